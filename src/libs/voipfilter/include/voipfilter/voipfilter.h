@@ -1,0 +1,264 @@
+/*
+ * voipfilter - VoIP signalling translation for NAT firewalls.
+ *
+ * The host (a firewall's VoIP proxy) owns every socket. It hands each signalling message that
+ * crosses the firewall to one of the translate functions below, says from which side of the call
+ * it came, and gets back the rewritten message, the word that it may pass unchanged, or the word
+ * that it must be refused. Network work the translation needs (media pinholes, H.245 relays,
+ * address mappings) is asked of the host through the callback table set with
+ * voipxlate_setfunction().
+ *
+ * Results follow one convention throughout: negative = error (drop the message), 0 = forward the
+ * bytes as they came, positive = the message changed and the new bytes are to be used. A null
+ * handle gives -1 (or null from functions returning pointers).
+ *
+ * Threads: the callback table and log level are process-wide; set them before translating. One
+ * call object, and the SIP family as a whole, must be used from one thread at a time.
+ *
+ * This header compiles as C99 and as C++.
+ */
+#ifndef VOIPFILTER_VOIPFILTER_H
+#define VOIPFILTER_VOIPFILTER_H
+
+#include <stdint.h>
+#ifndef __cplusplus
+#include <stdbool.h>
+#endif
+
+#if defined(VOIPFILTER_BUILDING) && defined(__GNUC__)
+#define VOIPXLATE_API __attribute__((visibility("default")))
+#else
+#define VOIPXLATE_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---------------------------------------------------------------------------------------------
+ * Socket address
+ * ------------------------------------------------------------------------------------------- */
+
+/** IP version numbers used in sockaddr_type.family (not operating-system AF_ constants). */
+#define VOIPXLATE_FAMILY_IPV4 4
+#define VOIPXLATE_FAMILY_IPV6 6
+
+/**
+ * One address and port, exactly 20 bytes, copied by value across the API.
+ * family: 4 for IPv4, 6 for IPv6, anything else is an unknown family.
+ * port:   network byte order; 0 means "no port".
+ * addr:   IPv4 uses bytes 0..3 (most significant first) and leaves the rest zero; IPv6 uses all.
+ */
+typedef struct sockaddr_type {
+    uint16_t family;
+    uint16_t port;
+    uint8_t addr[16];
+} sockaddr_type;
+
+/* Compile-time layout check that works in C99 and C++ alike. */
+typedef char voipxlate_sockaddr_type_is_20_bytes[(sizeof(sockaddr_type) == 20) ? 1 : -1];
+
+/* ---------------------------------------------------------------------------------------------
+ * Call and media session records
+ * ------------------------------------------------------------------------------------------- */
+
+/** Flag bits of voipxlate_mediasessioninformation.flags. */
+#define VOIPXLATE_SESSION_IN_USE 0x80000000u
+#define VOIPXLATE_SESSION_ANSWERED 0x40000000u
+#define VOIPXLATE_SESSION_FORWARD_OPEN 0x20000000u
+#define VOIPXLATE_SESSION_REVERSE_OPEN 0x10000000u
+
+/** Media kinds passed to allowCodecFunction and stored in the session records. */
+#define VOIPXLATE_MEDIA_UNKNOWN 0
+#define VOIPXLATE_MEDIA_AUDIO 1
+#define VOIPXLATE_MEDIA_VIDEO 2
+#define VOIPXLATE_MEDIA_DATA 3    /* H.245 data applications */
+#define VOIPXLATE_MEDIA_MESSAGE 4 /* SIP message sessions (m=message) */
+
+/**
+ * One media session of a call. "Forward" addresses are those announced by the call's originator,
+ * "reverse" those announced by the destination. The host reads these records through the call
+ * information record and writes the translated addresses of one direction when it opens a
+ * channel (openRTPChannelFunction, openIMChannelFunction).
+ *
+ * SIP calls keep the media port in sessionID and leave the channel numbers and codec name zero.
+ */
+typedef struct voipxlate_mediasessioninformation {
+    uint32_t flags;              /* VOIPXLATE_SESSION_* bits */
+    int32_t sessionID;           /* H.245 session ID (SIP: the media port) */
+    uint32_t originatorChannel;  /* forwardLogicalChannelNumber of the originator's OLC */
+    uint32_t destinationChannel; /* forwardLogicalChannelNumber of the destination's OLC */
+    int32_t mediaKind;           /* VOIPXLATE_MEDIA_* */
+    const char* codecName;       /* static text, or null */
+    sockaddr_type forwardRTP;    /* as announced by the originator */
+    sockaddr_type forwardRTPTranslated;
+    sockaddr_type forwardRTCP;
+    sockaddr_type forwardRTCPTranslated;
+    int32_t forwardUserData;  /* host's handle for the forward channel */
+    sockaddr_type reverseRTP; /* as announced by the destination */
+    sockaddr_type reverseRTPTranslated;
+    sockaddr_type reverseRTCP;
+    sockaddr_type reverseRTCPTranslated;
+    int32_t reverseUserData; /* host's handle for the reverse channel */
+} voipxlate_mediasessioninformation;
+
+#define VOIPXLATE_MAX_SESSIONS 10
+
+/** H.225 call states held in voipxlate_callinformation.state. */
+#define VOIPXLATE_H225_IDLE 0
+#define VOIPXLATE_H225_SETUP 1
+#define VOIPXLATE_H225_CONNECTED 2
+
+/** SIP dialog states held in voipxlate_callinformation.state. */
+#define VOIPXLATE_SIP_NONE 0
+#define VOIPXLATE_SIP_INVITED 1
+#define VOIPXLATE_SIP_ESTABLISHED 2
+#define VOIPXLATE_SIP_FAILED 4
+#define VOIPXLATE_SIP_CONNECTED 5
+
+/**
+ * The record through which the host sees a call.
+ * status:    H.225 calls: 1 from creation on.
+ * state:     the call state (H.225: VOIPXLATE_H225_*; SIP: VOIPXLATE_SIP_*); the three bytes
+ *            after it are reserved and zero.
+ * startTime: seconds since the epoch when the call was created.
+ * reserved:  zero; never written by the library after creation.
+ * sessions:  the call's media sessions.
+ */
+typedef struct voipxlate_callinformation {
+    int32_t status;
+    uint8_t state;
+    uint8_t stateReserved[3];
+    int64_t startTime;
+    uint32_t reserved;
+    voipxlate_mediasessioninformation sessions[VOIPXLATE_MAX_SESSIONS];
+} voipxlate_callinformation;
+
+/* ---------------------------------------------------------------------------------------------
+ * Host callbacks
+ *
+ * Sixteen slots, set with voipxlate_setfunction(index, (voipxlate_function)fn). Every caller
+ * tests its slot for null first: an empty slot switches the feature off. "ctx" is the host
+ * context given when the call object was created.
+ * ------------------------------------------------------------------------------------------- */
+
+/** Generic storage type of one slot; cast to and from the slot's own type. */
+typedef void (*voipxlate_function)(void);
+
+enum voipxlate_slot {
+    VOIPXLATE_LOG = 0,                   /* voipxlate_log_function */
+    VOIPXLATE_OPEN_RTP_CHANNEL = 1,      /* voipxlate_open_channel_function */
+    VOIPXLATE_CLOSE_RTP_CHANNEL = 2,     /* voipxlate_close_channel_function */
+    VOIPXLATE_ALLOW_CODEC = 3,           /* voipxlate_allow_codec_function */
+    VOIPXLATE_OPEN_H245_CHANNEL = 4,     /* voipxlate_open_h245_channel_function */
+    VOIPXLATE_SPARE_5 = 5,               /* never called */
+    VOIPXLATE_SPARE_6 = 6,               /* never called */
+    VOIPXLATE_SPARE_7 = 7,               /* never called */
+    VOIPXLATE_CALL_INFORMATION = 8,      /* voipxlate_call_information_function */
+    VOIPXLATE_REWRITE_NOTIFY = 9,        /* voipxlate_rewrite_notify_function */
+    VOIPXLATE_TRANSLATE_ADDR = 10,       /* voipxlate_translate_addr_function */
+    VOIPXLATE_REMOVE_MAPPING = 11,       /* voipxlate_remove_mapping_function */
+    VOIPXLATE_TRANSLATE_MEDIA_ADDR = 12, /* voipxlate_translate_media_addr_function */
+    VOIPXLATE_SPARE_13 = 13,             /* never called */
+    VOIPXLATE_CALL_ON_HOLD = 14,         /* voipxlate_call_on_hold_function */
+    VOIPXLATE_OPEN_IM_CHANNEL = 15,      /* voipxlate_open_channel_function */
+    VOIPXLATE_SLOT_COUNT = 16
+};
+
+/** Slot 0, logFunction: one log line (text usually ends with a line end). */
+typedef void (*voipxlate_log_function)(void* ctx, const char* file, int line, int level,
+                                       const char* text);
+
+/**
+ * Slots 1 (openRTPChannelFunction) and 15 (openIMChannelFunction): open the channel of one
+ * direction of a media session (direction 1 = forward, the originator's addresses; 0 = reverse).
+ * On entry the translated addresses of that direction hold copies of the announced ones; the host
+ * overwrites them with what the other endpoint must use and stores its handle in *handle.
+ * @return 0 opened; anything else: failed (the message is refused).
+ */
+typedef int (*voipxlate_open_channel_function)(void* ctx, int direction,
+                                               voipxlate_mediasessioninformation* session,
+                                               int32_t* handle);
+
+/** Slot 2, closeRTPChannelFunction: close a channel (direction 1 forward handle, 0 reverse). */
+typedef int (*voipxlate_close_channel_function)(void* ctx, int32_t handle, int direction);
+
+/**
+ * Slot 3, allowCodecFunction: may this codec pass? kind is VOIPXLATE_MEDIA_*.
+ * @return non-zero keep it, 0 filter it out.
+ */
+typedef int (*voipxlate_allow_codec_function)(void* ctx, int kind, const char* codec);
+
+/**
+ * Slot 4, openH245ChannelFunction: relay a separate H.245 connection. direction 1 = the PDU came
+ * from the originator. announced is the address in the PDU; the host writes the one to announce
+ * instead into replacement (pre-filled with a copy of announced).
+ * @return 0 the relay is set up; anything else refuses the call.
+ */
+typedef int (*voipxlate_open_h245_channel_function)(void* ctx, int direction,
+                                                    const sockaddr_type* announced,
+                                                    sockaddr_type* replacement);
+
+/** Slot 8, callInformationFunction: a new SIP dialog and its record. */
+typedef void (*voipxlate_call_information_function)(voipxlate_callinformation* call);
+
+/** The header list of a SIP message (opaque to C hosts). */
+typedef struct SIPMIMEType SIPMIMEType;
+
+/**
+ * Slot 9, rewriteNotifyFunction: the SIP message is about to be emitted; the host may edit its
+ * headers. No host context is passed. The result is OR-ed into the translation result, so a
+ * positive value forces the message to be re-emitted.
+ */
+typedef int (*voipxlate_rewrite_notify_function)(bool fromSource, bool isRequest,
+                                                 SIPMIMEType* headers);
+
+/**
+ * Slot 10, translateAddrFunction (RAS): translate a registered call-signalling address.
+ * replacement is pre-filled with a copy of found; *mapping is null on entry and may receive a
+ * handle that is handed back to removeMappingFunction.
+ */
+typedef void (*voipxlate_translate_addr_function)(void* ctx, int direction,
+                                                  const sockaddr_type* found,
+                                                  sockaddr_type* replacement, void** mapping);
+
+/** Slot 11, removeMappingFunction (RAS): withdraw a mapping made by slot 10. */
+typedef void (*voipxlate_remove_mapping_function)(void* ctx, void* mapping);
+
+/**
+ * Slot 12, translateMediaAddrFunction: translate a T.120 separate-stack address. replacement is
+ * pre-filled with a copy of found. scratch points to a writable area of at least 20 bytes that
+ * the library never reads afterwards.
+ * @return 0 translated; anything else refuses the message.
+ */
+typedef int (*voipxlate_translate_media_addr_function)(void* ctx, int direction,
+                                                       const sockaddr_type* found,
+                                                       sockaddr_type* replacement, void* scratch);
+
+/** Slot 14, callOnHoldFunction: the call was put on hold (flag is always 1). @return -1 fails. */
+typedef int (*voipxlate_call_on_hold_function)(void* ctx, int flag);
+
+/* ---------------------------------------------------------------------------------------------
+ * Registry
+ * ------------------------------------------------------------------------------------------- */
+
+/**
+ * Stores a callback in slot index (0..15). An index outside 0..15 changes nothing. Passing null
+ * switches the slot off; for slot 0 that also removes the built-in standard-error writer.
+ * @return 0 always.
+ */
+VOIPXLATE_API int voipxlate_setfunction(int index, voipxlate_function fn);
+
+/**
+ * Sets the log level: a line of level L is composed and sent to slot 0 only when the level is at
+ * least L. 0 (the start value) logs nothing; 1 errors and refusals; 2 decisions; 3 address
+ * translations; 4 progress; 5 whole messages.
+ * @return the level just stored.
+ */
+VOIPXLATE_API int voipxlate_setloglevel(int level);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* VOIPFILTER_VOIPFILTER_H */
