@@ -8,6 +8,9 @@ constexpr uint16_t kEtherIpv4 = 0x0800;
 constexpr uint16_t kEtherIpv6 = 0x86DD;
 constexpr uint16_t kEtherVlan = 0x8100;
 constexpr uint16_t kEtherQinQ = 0x88A8;
+constexpr uint16_t kEtherPppoeSession = 0x8864;
+constexpr uint16_t kPppIpv4 = 0x0021;
+constexpr uint16_t kPppIpv6 = 0x0057;
 
 DecodedPacket fail(DecodeStatus status) {
     DecodedPacket packet;
@@ -15,9 +18,11 @@ DecodedPacket fail(DecodeStatus status) {
     return packet;
 }
 
-// Finds the network layer: returns its offset and the EtherType-style protocol through *type.
+// Finds the network layer: returns its offset and the EtherType-style protocol through *type,
+// and the offset of a PPPoE length field through *pppoeLength (0 when there is none).
 DecodeStatus linkLayer(int linkType, const uint8_t* frame, size_t length, size_t* offset,
-                       uint16_t* type) {
+                       uint16_t* type, size_t* pppoeLength) {
+    *pppoeLength = 0;
     switch (linkType) {
     case kLinkEthernet: {
         size_t at = 12;
@@ -31,6 +36,16 @@ DecodeStatus linkLayer(int linkType, const uint8_t* frame, size_t length, size_t
                 return DecodeStatus::Truncated;
             }
             etherType = readBe16(frame + at);
+        }
+        if (etherType == kEtherPppoeSession) {
+            // RFC 2516 session header (6 bytes), then the PPP protocol number.
+            if (length < at + 2 + 8) {
+                return DecodeStatus::Truncated;
+            }
+            *pppoeLength = at + 2 + 4;
+            uint16_t ppp = readBe16(frame + at + 2 + 6);
+            etherType = ppp == kPppIpv4 ? kEtherIpv4 : ppp == kPppIpv6 ? kEtherIpv6 : 0;
+            at += 8;
         }
         *offset = at + 2;
         *type = etherType;
@@ -69,9 +84,11 @@ DecodeStatus linkLayer(int linkType, const uint8_t* frame, size_t length, size_t
 
 bool linkTypeSupported(int linkType) {
     size_t offset = 0;
+    size_t pppoe = 0;
     uint16_t type = 0;
     const uint8_t probe[32] = {};
-    return linkLayer(linkType, probe, sizeof probe, &offset, &type) != DecodeStatus::UnknownLink;
+    return linkLayer(linkType, probe, sizeof probe, &offset, &type, &pppoe) !=
+           DecodeStatus::UnknownLink;
 }
 
 const char* linkTypeName(int linkType) {
@@ -136,8 +153,9 @@ void writeBe32(uint8_t* p, uint32_t value) {
 
 DecodedPacket decodePacket(int linkType, const uint8_t* frame, size_t length) {
     size_t ip = 0;
+    size_t pppoeLength = 0;
     uint16_t type = 0;
-    DecodeStatus link = linkLayer(linkType, frame, length, &ip, &type);
+    DecodeStatus link = linkLayer(linkType, frame, length, &ip, &type, &pppoeLength);
     if (link != DecodeStatus::Ok) {
         return fail(link);
     }
@@ -168,6 +186,7 @@ DecodedPacket decodePacket(int linkType, const uint8_t* frame, size_t length) {
     }
 
     DecodedPacket packet;
+    packet.pppoeLengthOffset = pppoeLength;
     packet.ipOffset = ip;
     packet.ipHeaderLength = headerLength;
     packet.protocol = h[9];
@@ -264,6 +283,9 @@ std::vector<uint8_t> rebuildFrame(const uint8_t* frame, const DecodedPacket& pac
     uint8_t* ip = out.data() + packet.ipOffset;
     size_t total = out.size() - packet.ipOffset;
     writeBe16(ip + 2, static_cast<uint16_t>(total));
+    if (packet.pppoeLengthOffset != 0) {
+        writeBe16(out.data() + packet.pppoeLengthOffset, static_cast<uint16_t>(total + 2));
+    }
     uint8_t* l4 = out.data() + packet.l4Offset;
     if (packet.isUdp()) {
         writeBe16(l4 + 4, static_cast<uint16_t>(8 + payload.size()));

@@ -51,6 +51,7 @@ constexpr uint8_t kProtoUdp = 17;
 // Where the headers of a frame are and what they say. Offsets count from the frame's first byte.
 struct DecodedPacket {
     DecodeStatus status = DecodeStatus::UnknownLink;
+    size_t pppoeLengthOffset = 0; // PPPoE session length field, 0 without PPPoE
     size_t ipOffset = 0;
     size_t ipHeaderLength = 0;
     size_t l4Offset = 0;

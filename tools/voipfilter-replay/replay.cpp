@@ -124,6 +124,8 @@ public:
 
     void run(const Capture& capture);
     bool write(const Capture& capture, std::string& error);
+    static void writeForwarded(CaptureWriter& writer, const CapturedFrame& frame,
+                               const DecodedPacket& packet);
 
 private:
     void udp(size_t index, const CapturedFrame& frame, const DecodedPacket& packet);
@@ -662,6 +664,19 @@ void Replayer::finishStreams() {
     }
 }
 
+// Frames pass the firewall with their checksums recomputed, as a NAT device sends them; captures
+// taken on a sending host often hold checksums its network card was to fill in.
+void Replayer::writeForwarded(CaptureWriter& writer, const CapturedFrame& frame,
+                              const DecodedPacket& packet) {
+    if (!packet.ok() || frame.data.size() < frame.wireLength) {
+        writer.write(frame, frame.data, frame.wireLength);
+        return;
+    }
+    std::vector<uint8_t> data = frame.data;
+    fixChecksums(data, packet);
+    writer.write(frame, data, frame.wireLength);
+}
+
 bool Replayer::write(const Capture& capture, std::string& error) {
     CaptureWriter writer;
     if (!writer.open(options_.output, capture.linkType, error)) {
@@ -670,14 +685,16 @@ bool Replayer::write(const Capture& capture, std::string& error) {
     for (size_t i = 0; i < capture.frames.size(); ++i) {
         const CapturedFrame& frame = capture.frames[i];
         const FramePlan& plan = plans_[i];
-        if (plan.action == FramePlan::Action::Keep) {
-            writer.write(frame, frame.data, frame.wireLength);
-            continue;
-        }
         if (plan.action == FramePlan::Action::Drop) {
             continue;
         }
         DecodedPacket packet = decodePacket(capture.linkType, frame.data.data(), frame.data.size());
+        if (plan.action == FramePlan::Action::Keep ||
+            (plan.action == FramePlan::Action::Tcp && plan.connection->edits[0].empty() &&
+             plan.connection->edits[1].empty())) {
+            writeForwarded(writer, frame, packet);
+            continue;
+        }
         std::vector<uint8_t> payload;
         uint32_t seq = packet.seq;
         uint32_t ack = packet.ack;
@@ -686,10 +703,6 @@ bool Replayer::write(const Capture& capture, std::string& error) {
         } else {
             const TcpConnection& connection = *plan.connection;
             const int side = plan.side;
-            if (connection.edits[0].empty() && connection.edits[1].empty()) {
-                writer.write(frame, frame.data, frame.wireLength);
-                continue;
-            }
             const TcpReassembler& own = connection.streams[side];
             const TcpReassembler& other = connection.streams[1 - side];
             const uint8_t* data = frame.data.data() + packet.payloadOffset;
@@ -709,7 +722,7 @@ bool Replayer::write(const Capture& capture, std::string& error) {
         }
         if (packet.payloadOffset - packet.ipOffset + payload.size() > 65535) {
             ++report_.counters.rewriteTooLong;
-            writer.write(frame, frame.data, frame.wireLength);
+            writeForwarded(writer, frame, packet);
             continue;
         }
         std::vector<uint8_t> rebuilt = rebuildFrame(frame.data.data(), packet, payload, seq, ack);

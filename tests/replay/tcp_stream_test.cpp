@@ -1,0 +1,214 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tcp_stream.h"
+
+using namespace replay;
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+Bytes bytes(const std::string& s) {
+    return Bytes(s.begin(), s.end());
+}
+
+struct Segment {
+    uint32_t offset; // from the first data byte
+    std::string data;
+    SegmentVerdict verdict;
+    std::string delivered;
+};
+
+struct ReassemblyCase {
+    const char* name;
+    std::vector<Segment> segments;
+    std::string stream;
+    size_t held;
+};
+
+// Sequence numbers start near the top of the 32-bit space so that every case also wraps.
+constexpr uint32_t kFirst = 0xFFFFFFF0u;
+
+TEST(Reassembly, SegmentsInEveryOrder) {
+    const ReassemblyCase cases[] = {
+        {"in order",
+         {{0, "abc", SegmentVerdict::InOrder, "abc"}, {3, "def", SegmentVerdict::InOrder, "def"}},
+         "abcdef",
+         0},
+        {"retransmitted",
+         {{0, "abc", SegmentVerdict::InOrder, "abc"},
+          {0, "abc", SegmentVerdict::Retransmitted, ""},
+          {3, "d", SegmentVerdict::InOrder, "d"}},
+         "abcd",
+         0},
+        {"overlap takes only the new bytes",
+         {{0, "abc", SegmentVerdict::InOrder, "abc"}, {1, "bcde", SegmentVerdict::Overlap, "de"}},
+         "abcde",
+         0},
+        {"out of order is held until the hole fills",
+         {{3, "def", SegmentVerdict::OutOfOrder, ""},
+          {6, "gh", SegmentVerdict::OutOfOrder, ""},
+          {0, "abc", SegmentVerdict::InOrder, "abcdefgh"}},
+         "abcdefgh",
+         0},
+        {"a hole never filled keeps its bytes held",
+         {{0, "ab", SegmentVerdict::InOrder, "ab"}, {5, "fg", SegmentVerdict::OutOfOrder, ""}},
+         "ab",
+         2},
+        {"empty segment", {{0, "", SegmentVerdict::Empty, ""}}, "", 0},
+    };
+    for (const ReassemblyCase& c : cases) {
+        TcpReassembler stream;
+        stream.start(kFirst);
+        std::string all;
+        for (const Segment& s : c.segments) {
+            Bytes delivered;
+            Bytes data = bytes(s.data);
+            SegmentVerdict verdict =
+                stream.add(kFirst + s.offset, data.data(), data.size(), delivered);
+            EXPECT_EQ(verdict, s.verdict) << c.name << " at " << s.offset;
+            EXPECT_EQ(std::string(delivered.begin(), delivered.end()), s.delivered) << c.name;
+            all.append(delivered.begin(), delivered.end());
+        }
+        EXPECT_EQ(all, c.stream) << c.name;
+        EXPECT_EQ(stream.deliveredOffset(), c.stream.size()) << c.name;
+        EXPECT_EQ(stream.heldBytes(), c.held) << c.name;
+    }
+}
+
+TEST(Reassembly, BytesBeforeTheStartAreCut) {
+    TcpReassembler stream;
+    stream.start(1000);
+    Bytes delivered;
+    Bytes data = bytes("xxabc");
+    EXPECT_EQ(stream.add(998, data.data(), data.size(), delivered), SegmentVerdict::Overlap);
+    EXPECT_EQ(std::string(delivered.begin(), delivered.end()), "abc");
+    Bytes old = bytes("x");
+    EXPECT_EQ(stream.add(990, old.data(), old.size(), delivered), SegmentVerdict::BeforeStart);
+    EXPECT_EQ(stream.offsetOf(999), -1);
+}
+
+TEST(Reassembly, FirstSegmentStartsAStreamWithoutSyn) {
+    TcpReassembler stream;
+    Bytes delivered;
+    Bytes data = bytes("abc");
+    EXPECT_EQ(stream.add(5000, data.data(), data.size(), delivered), SegmentVerdict::InOrder);
+    EXPECT_TRUE(stream.started());
+    EXPECT_EQ(stream.firstSequence(), 5000u);
+}
+
+Bytes tpkt(const std::string& body) {
+    Bytes frame(4 + body.size());
+    frame[0] = 3;
+    frame[2] = static_cast<uint8_t>((body.size() + 4) >> 8);
+    frame[3] = static_cast<uint8_t>(body.size() + 4);
+    for (size_t i = 0; i < body.size(); ++i) {
+        frame[4 + i] = static_cast<uint8_t>(body[i]);
+    }
+    return frame;
+}
+
+TEST(Tpkt, FramesSplitAndCombinedAcrossPushes) {
+    Bytes stream = tpkt("one");
+    Bytes second = tpkt("second");
+    Bytes third = tpkt("3");
+    stream.insert(stream.end(), second.begin(), second.end());
+    stream.insert(stream.end(), third.begin(), third.end());
+    // Cut points: inside the first header, inside the second body, two frames at once.
+    const size_t cuts[] = {2, 9, stream.size()};
+    TpktFramer framer;
+    std::vector<TpktMessage> frames;
+    size_t from = 0;
+    for (size_t cut : cuts) {
+        auto found = framer.push(static_cast<uint32_t>(from), stream.data() + from, cut - from);
+        frames.insert(frames.end(), found.begin(), found.end());
+        from = cut;
+    }
+    ASSERT_EQ(frames.size(), 3u);
+    EXPECT_EQ(frames[0].start, 0u);
+    EXPECT_EQ(frames[0].bytes, tpkt("one"));
+    EXPECT_EQ(frames[1].start, 7u);
+    EXPECT_EQ(frames[1].bytes, tpkt("second"));
+    EXPECT_EQ(frames[2].start, 17u);
+    EXPECT_EQ(framer.pending(), 0u);
+    EXPECT_FALSE(framer.broken());
+}
+
+TEST(Tpkt, BadHeadersStopTheFraming) {
+    const Bytes bad[] = {
+        {4, 0, 0, 8, 1, 2, 3, 4}, // version 4
+        {3, 1, 0, 8, 1, 2, 3, 4}, // reserved byte set
+        {3, 0, 0, 3, 1, 2, 3, 4}, // length below the header's own
+    };
+    for (const Bytes& b : bad) {
+        TpktFramer framer;
+        EXPECT_TRUE(framer.push(0, b.data(), b.size()).empty());
+        EXPECT_TRUE(framer.broken());
+        Bytes good = tpkt("x");
+        EXPECT_TRUE(framer.push(8, good.data(), good.size()).empty());
+    }
+    TpktFramer emptyBody;
+    Bytes header = tpkt("");
+    auto frames = emptyBody.push(0, header.data(), header.size());
+    ASSERT_EQ(frames.size(), 1u);
+    EXPECT_EQ(frames[0].bytes.size(), 4u);
+}
+
+// The stream "aaaaBBBBBBcc" with the B message [4, 10) replaced by "XYZ" (3 bytes shorter).
+StreamEdits shortenedB() {
+    StreamEdits edits;
+    edits.replace(4, 10, bytes("XYZ"));
+    return edits;
+}
+
+TEST(Edits, OffsetsAfterAReplacementShift) {
+    StreamEdits edits = shortenedB();
+    const std::pair<int64_t, int64_t> map[] = {
+        {-1, -1}, {0, 0}, {4, 4}, {5, 4}, {9, 4}, {10, 7}, {12, 9},
+    };
+    for (const auto& [from, to] : map) {
+        EXPECT_EQ(edits.mapOffset(from), to) << "offset " << from;
+    }
+    StreamEdits longer;
+    longer.replace(0, 2, bytes("12345"));
+    longer.replace(6, 7, {});
+    EXPECT_EQ(longer.mapOffset(2), 5);
+    EXPECT_EQ(longer.mapOffset(6), 9);
+    EXPECT_EQ(longer.mapOffset(8), 10);
+}
+
+struct PayloadCase {
+    const char* name;
+    int64_t offset;
+    std::string data;
+    std::string payload;
+};
+
+TEST(Edits, SegmentsCarryTheReplacementWhereTheMessageEnds) {
+    const std::string stream = "aaaaBBBBBBcc";
+    const PayloadCase cases[] = {
+        {"whole stream in one segment", 0, stream, "aaaaXYZcc"},
+        {"message split: first part held back", 0, "aaaaBB", "aaaa"},
+        {"message split: end sends it whole", 6, "BBBBcc", "XYZcc"},
+        {"middle of the message only", 5, "BBB", ""},
+        {"untouched bytes after it", 10, "cc", "cc"},
+        {"retransmission of the end", 8, "BB", "XYZ"},
+        {"syn", -1, "", ""},
+    };
+    StreamEdits edits = shortenedB();
+    for (const PayloadCase& c : cases) {
+        Bytes data = bytes(c.data);
+        Bytes out = edits.segmentPayload(c.offset, data.data(), data.size());
+        EXPECT_EQ(std::string(out.begin(), out.end()), c.payload) << c.name;
+        // The segment's new sequence position plus its new length is where the next one starts.
+        if (c.offset >= 0) {
+            EXPECT_EQ(edits.mapOffset(c.offset) + static_cast<int64_t>(out.size()),
+                      edits.mapOffset(c.offset + static_cast<int64_t>(data.size())))
+                << c.name;
+        }
+    }
+}
+
+} // namespace

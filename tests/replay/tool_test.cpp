@@ -1,0 +1,185 @@
+// The command-line tool as a user runs it, and its output capture as tshark reads it.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <set>
+#include <sstream>
+#include <sys/wait.h>
+
+#include "frames.h"
+#include "replay.h"
+
+namespace {
+
+const std::string kTool = VOIPFILTER_REPLAY_TOOL;
+const std::string kSamples = VOIPFILTER_REPLAY_SAMPLES_DIR;
+
+struct RunResult {
+    int exitCode = -1;
+    std::string out;
+};
+
+RunResult run(const std::string& command) {
+    RunResult result;
+    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+    if (pipe == nullptr) {
+        return result;
+    }
+    char buffer[4096];
+    size_t n = 0;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+        result.out.append(buffer, n);
+    }
+    int status = pclose(pipe);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+std::vector<std::string> lines(const std::string& text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        out.push_back(line);
+    }
+    return out;
+}
+
+TEST(Tool, WithoutArgumentsReplaysTheBundledSamples) {
+    RunResult r = run(kTool);
+    ASSERT_EQ(r.exitCode, 0) << r.out;
+    EXPECT_NE(r.out.find("NAT rules: 10.1.3.0/24=203.0.113.1 10.0.2.20/32=203.0.113.2"),
+              std::string::npos);
+    EXPECT_NE(r.out.find("frame 4     orig->dest H.225 SETUP"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("frame 1     orig->dest SIP INVITE"), std::string::npos) << r.out;
+    if (replay::translatesSip()) {
+        EXPECT_NE(r.out.find("announced 10.0.2.20:6000 rtcp 10.0.2.20:6001 -> translated "
+                             "203.0.113.2:20000 rtcp 203.0.113.2:20001"),
+                  std::string::npos)
+            << r.out;
+    }
+}
+
+TEST(Tool, ExitCodes) {
+    const std::pair<std::string, int> cases[] = {
+        {"--help", 0},
+        {"--bogus", 1},
+        {"--nat 10.0.0.1/24=203.0.113.1", 1},
+        {"--ports 9-8", 1},
+        {"--log-level 6", 1},
+        {"-w", 1},
+        {"-w /tmp/x.pcap a.pcap b.pcap", 1},
+        {"/nonexistent.pcap", 2},
+        {"-w /nonexistent/dir/out.pcap " + kSamples + "/wireshark-rtp_example-signalling.pcap", 3},
+    };
+    for (const auto& [arguments, code] : cases) {
+        EXPECT_EQ(run(kTool + " " + arguments).exitCode, code) << arguments;
+    }
+}
+
+TEST(Tool, JsonReportParses) {
+    RunResult r = run(kTool + " --json --show-log");
+    ASSERT_EQ(r.exitCode, 0);
+    ASSERT_EQ(r.out.rfind("{\"captures\":[", 0), 0u);
+    if (run("python3 -c 'pass'").exitCode != 0) {
+        GTEST_SKIP() << "python3 is not installed to parse the JSON";
+    }
+    replaytest::TempFile json("report.json");
+    FILE* file = std::fopen(json.path().c_str(), "w");
+    ASSERT_NE(file, nullptr);
+    std::fwrite(r.out.data(), 1, r.out.size(), file);
+    std::fclose(file);
+    RunResult parsed = run("python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); "
+                           "print(d[\"captures\"][0][\"calls\"][0][\"messages\"][0][\"kind\"])' " +
+                           json.path());
+    EXPECT_EQ(parsed.exitCode, 0);
+    EXPECT_EQ(parsed.out, "H.225 SETUP\n");
+}
+
+bool haveTshark() {
+    return run("tshark --version").exitCode == 0;
+}
+
+// tshark's view of the rewritten capture: field values per frame.
+std::vector<std::string> tshark(const std::string& file, const std::string& arguments) {
+    return lines(run("tshark -r " + file +
+                     " -o ip.check_checksum:TRUE -o tcp.check_checksum:TRUE"
+                     " -o udp.check_checksum:TRUE " +
+                     arguments)
+                     .out);
+}
+
+void expectCleanCapture(const std::string& file, size_t frames) {
+    // Every checksum verified good (1); none bad (0) or unverified (2).
+    std::vector<std::string> statuses =
+        tshark(file, "-T fields -E occurrence=a -e ip.checksum.status -e tcp.checksum.status "
+                     "-e udp.checksum.status");
+    ASSERT_EQ(statuses.size(), frames) << file;
+    for (size_t i = 0; i < statuses.size(); ++i) {
+        std::string values = statuses[i];
+        for (char& c : values) {
+            c = (c == '\t' || c == ',') ? ' ' : c;
+        }
+        std::istringstream in(values);
+        for (std::string value; in >> value;) {
+            EXPECT_EQ(value, "1") << file << " frame " << i + 1;
+        }
+    }
+    // No malformed packet and no expert error or warning.
+    EXPECT_TRUE(tshark(file, "-Y '_ws.malformed || _ws.expert.severity >= \"warning\"'").empty())
+        << file;
+}
+
+TEST(ToolTshark, RewrittenSipCaptureDecodesCleanly) {
+    if (!haveTshark()) {
+        GTEST_SKIP() << "tshark is not installed";
+    }
+    if (!replay::translatesSip()) {
+        GTEST_SKIP() << "this library build has no SIP translator";
+    }
+    replaytest::TempFile out("tshark-sip.pcap");
+    ASSERT_EQ(run(kTool + " --nat 10.0.2.20=203.0.113.2 -w " + out.path() + " " + kSamples +
+                  "/wireshark-sip-rtp-dvi4-sip.pcap")
+                  .exitCode,
+              0);
+    expectCleanCapture(out.path(), 12);
+    // Every SDP from the inside caller now names the public address only.
+    std::vector<std::string> sdp =
+        tshark(out.path(), "-Y 'sdp && ip.src == 10.0.2.20' -T fields -e sdp.connection_info -e "
+                           "sdp.owner -e sdp.media.port");
+    ASSERT_EQ(sdp.size(), 2u);
+    for (const std::string& line : sdp) {
+        EXPECT_EQ(line.find("10.0.2.20"), std::string::npos) << line;
+        EXPECT_NE(line.find("IN IP4 203.0.113.2"), std::string::npos) << line;
+        EXPECT_NE(line.find("20000"), std::string::npos) << line;
+    }
+    // tshark reads every message as SIP, with as many body bytes as Content-Length says.
+    std::vector<std::string> sip =
+        tshark(out.path(), "-Y sip -T fields -e sip.Content-Length -e sdp.version");
+    EXPECT_EQ(sip.size(), 12u);
+}
+
+TEST(ToolTshark, H323CaptureStillReassembles) {
+    if (!haveTshark()) {
+        GTEST_SKIP() << "tshark is not installed";
+    }
+    replaytest::TempFile out("tshark-h323.pcap");
+    ASSERT_EQ(run(kTool + " --nat 10.1.3.0/24=203.0.113.1 -w " + out.path() + " " + kSamples +
+                  "/wireshark-rtp_example-signalling.pcap")
+                  .exitCode,
+              0);
+    expectCleanCapture(out.path(), 33);
+    EXPECT_TRUE(tshark(out.path(), "-Y tcp.analysis.flags").empty());
+    std::vector<std::string> h225 =
+        tshark(out.path(), "-Y h225 -T fields -e h225.h323_message_body");
+    EXPECT_EQ(h225.size(), 4u);
+    if (replay::translatesH225()) {
+        // The caller's call signalling address is announced as the public one.
+        std::vector<std::string> source =
+            tshark(out.path(), "-Y 'h225 && ip.src == 10.1.3.143' -T fields -e h225.ipAddress.ip");
+        ASSERT_FALSE(source.empty());
+        EXPECT_EQ(source[0].find("10.1.3.143"), std::string::npos) << source[0];
+        EXPECT_NE(source[0].find("203.0.113.1"), std::string::npos) << source[0];
+    }
+}
+
+} // namespace
