@@ -129,11 +129,15 @@ std::string pad(std::string text, size_t width) {
     return text;
 }
 
-void writeLog(std::ostream& out, const std::vector<LogLine>& log, const char* indent) {
+void writeLog(std::ostream& out, const std::vector<LogLine>& log, const std::string& indent) {
     for (const LogLine& line : log) {
         std::string text = line.text;
         while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) {
             text.pop_back();
+        }
+        // Lines that hold a whole message keep it readable under the entry.
+        for (size_t at = text.find('\n'); at != std::string::npos; at = text.find('\n', at + 1)) {
+            text.insert(at + 1, indent + "   ");
         }
         out << indent << "log " << line.level << ": " << text << "\n";
     }
@@ -156,14 +160,14 @@ void writeCallText(std::ostream& out, size_t number, const CallRecord& call, boo
         }
     }
     for (const MediaRecord& media : call.media) {
-        out << "  media  frame " << media.frame << " " << media.kind;
+        out << "  media  frame " << media.frame << ": " << media.kind;
         if (!media.codec.empty()) {
             out << " " << media.codec;
         }
-        out << " session " << media.session << (media.forward ? " forward" : " reverse")
-            << ": announced " << media.announcedRtp << " rtcp " << media.announcedRtcp
-            << " -> translated " << media.translatedRtp << " rtcp " << media.translatedRtcp
-            << (media.closed ? " (closed)" : "") << "\n";
+        out << " session " << media.session << (media.forward ? ", forward" : ", reverse")
+            << (media.closed ? " (closed)" : "") << "\n         announced " << media.announcedRtp
+            << " rtcp " << media.announcedRtcp << " -> translated " << media.translatedRtp
+            << " rtcp " << media.translatedRtcp << "\n";
     }
     for (const std::string& relay : call.relays) {
         out << "  relay  " << relay << "\n";
