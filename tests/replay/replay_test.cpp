@@ -7,6 +7,7 @@
 #include "frames.h"
 #include "message_kind.h"
 #include "replay.h"
+#include "tcp_stream.h"
 
 using namespace replay;
 using namespace replaytest;
@@ -176,11 +177,37 @@ TEST(ReplayH323, BundledCallSignalling) {
         EXPECT_EQ(call.messages[0].note, "this library build has no H.225 translator");
         return;
     }
+    // The SETUP carries the caller's address, which the NAT hides; the callee is outside.
     EXPECT_EQ(call.messages[0].outcome, Outcome::Rewritten);
+    EXPECT_EQ(call.messages[3].outcome, Outcome::Forwarded);
+    ASSERT_EQ(call.relays.size(), 1u);
+    EXPECT_EQ(call.relays[0], "H.245 10.1.6.18:1232 announced as 10.1.6.18:1232 (frame 10)");
+    // The H.245 connection the CONNECT announced: two PDUs share frame 22.
     ASSERT_EQ(call.messages.size(), 4u + 12u);
-    EXPECT_EQ(call.messages[4].kind, "H.245 TCS");
-    ASSERT_FALSE(call.relays.empty());
-    EXPECT_NE(call.relays[0].find("H.245 10.1.6.18:1232"), std::string::npos);
+    expectMessages(call, {{4, true, "H.225 SETUP", Outcome::Rewritten},
+                          {6, false, "H.225 CALL PROCEEDING", Outcome::Forwarded},
+                          {8, false, "H.225 ALERTING", Outcome::Forwarded},
+                          {10, false, "H.225 CONNECT", Outcome::Forwarded},
+                          {15, false, "H.245 TCS", Outcome::Forwarded},
+                          {17, false, "H.245 MSD", Outcome::Forwarded},
+                          {19, true, "H.245 TCS", Outcome::Forwarded},
+                          {20, true, "H.245 MSD", Outcome::Forwarded},
+                          {22, true, "H.245 TCSAck", Outcome::Forwarded},
+                          {22, true, "H.245 MSDAck", Outcome::Forwarded},
+                          {24, false, "H.245 TCSAck", Outcome::Forwarded},
+                          {26, false, "H.245 MSDAck", Outcome::Forwarded},
+                          {28, true, "H.245 OLC", Outcome::Rewritten},
+                          {29, false, "H.245 OLC", Outcome::Rewritten},
+                          {31, true, "H.245 OLCAck", Outcome::Rewritten},
+                          {32, false, "H.245 OLCAck", Outcome::Rewritten}});
+    ASSERT_EQ(call.media.size(), 2u);
+    EXPECT_EQ(call.media[0].codec, "PCMA");
+    EXPECT_TRUE(call.media[0].forward);
+    EXPECT_EQ(call.media[0].announcedRtp, "10.1.3.143:5000");
+    EXPECT_EQ(call.media[0].translatedRtp, "203.0.113.1:20000");
+    EXPECT_EQ(call.media[0].translatedRtcp, "203.0.113.1:20001");
+    EXPECT_FALSE(call.media[1].forward);
+    EXPECT_EQ(call.media[1].translatedRtp, "10.1.6.18:2006");
 }
 
 // Q.931 message of the given type (no user-user element: the library cannot decode it).
@@ -234,10 +261,15 @@ TEST(ReplayTcp, MessagesInSplitCombinedRetransmittedAndReorderedSegments) {
         tcpFrame(caller, 40000, callee, 1720, isn + 1 + static_cast<uint32_t>(stream.size() + 3), 1,
                  tcpflag::kAck,
                  release), // 8 beyond a hole that stays open
+        tcpFrame(callee, 1720, caller, 40000, 1, isn + 1 + static_cast<uint32_t>(stream.size()),
+                 tcpflag::kAck, {}), // 9 acknowledges everything up to the hole
     };
     TempFile file("tcp.pcap");
     writeCapture(file.path(), kLinkEthernet, frames);
-    CaptureReport report = replay(file.path(), ReplayOptions{});
+    TempFile out("tcp-out.pcap");
+    ReplayOptions options;
+    options.output = out.path();
+    CaptureReport report = replay(file.path(), options);
     ASSERT_EQ(report.calls.size(), 1u);
     const Outcome expected = translatesH225() ? Outcome::Refused : Outcome::Forwarded;
     expectMessages(report.calls[0], {{5, true, "H.225 SETUP", expected},
@@ -249,6 +281,36 @@ TEST(ReplayTcp, MessagesInSplitCombinedRetransmittedAndReorderedSegments) {
     EXPECT_EQ(report.counters.tcpMissingBytes, release.size());
     ASSERT_EQ(report.calls[0].errors.size(), 1u);
     EXPECT_NE(report.calls[0].errors[0].find("after a missing segment"), std::string::npos);
+
+    // The output stream, reassembled as the callee would, holds exactly the messages that were
+    // passed on, and the callee's acknowledgement follows the shortened stream.
+    Capture written;
+    std::string error;
+    ASSERT_TRUE(readCapture(out.path(), written, error)) << error;
+    ASSERT_EQ(written.frames.size(), frames.size());
+    TcpReassembler received;
+    received.start(isn + 1);
+    TpktFramer framer;
+    size_t messages = 0;
+    for (const CapturedFrame& frame : written.frames) {
+        DecodedPacket p = decodePacket(written.linkType, frame.data.data(), frame.data.size());
+        ASSERT_TRUE(p.ok());
+        if (p.srcIp != caller) {
+            continue;
+        }
+        Bytes delivered;
+        uint32_t at = received.deliveredOffset();
+        received.add(p.seq, frame.data.data() + p.payloadOffset, p.payloadLength, delivered);
+        messages += framer.push(at, delivered.data(), delivered.size()).size();
+    }
+    const size_t passed = translatesH225() ? 0 : stream.size();
+    EXPECT_EQ(messages, translatesH225() ? 0u : 4u);
+    EXPECT_EQ(received.deliveredOffset(), passed);
+    EXPECT_EQ(framer.pending(), 0u);
+    EXPECT_EQ(received.heldBytes(), release.size()); // still behind its hole of 3 bytes
+    DecodedPacket ack = decodePacket(written.linkType, written.frames.back().data.data(),
+                                     written.frames.back().data.size());
+    EXPECT_EQ(ack.ack, isn + 1 + static_cast<uint32_t>(passed));
 }
 
 TEST(ReplayTcp, CallSignallingRecognisedByContentOnAnotherPort) {
