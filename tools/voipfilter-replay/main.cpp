@@ -1,6 +1,7 @@
 // voipfilter-replay: plays the firewall host on capture files and reports what the library did.
-#include <cstdlib>
+#include <algorithm>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,6 +48,12 @@ void usage(std::ostream& out) {
            "  -w, --write FILE             write the rewritten capture (pcap; one CAPTURE only)\n"
            "  --json                       write the report as JSON\n"
            "  -h, --help                   this text\n"
+           "\n"
+           "this build translates:"
+        << (replay::translatesSip() ? " SIP" : "")
+        << (replay::translatesH225() ? " H.225 H.245" : "")
+        << (replay::translatesRas() ? " RAS" : "")
+        << " (the other protocols are reported, and passed on untranslated)\n"
            "\n"
            "exit codes:\n"
            "  0  every capture was replayed\n"

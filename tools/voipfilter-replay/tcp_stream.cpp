@@ -27,7 +27,6 @@ size_t TcpReassembler::heldBytes() const {
 
 SegmentVerdict TcpReassembler::add(uint32_t sequence, const uint8_t* data, size_t length,
                                    std::vector<uint8_t>& delivered) {
-    holeFilled_ = false;
     if (length == 0) {
         return SegmentVerdict::Empty;
     }
@@ -67,7 +66,6 @@ SegmentVerdict TcpReassembler::add(uint32_t sequence, const uint8_t* data, size_
             delivered.insert(delivered.end(), it->second.begin() + (next_ - it->first),
                              it->second.end());
             next_ = heldEnd;
-            holeFilled_ = true;
         }
         it = held_.erase(it);
     }

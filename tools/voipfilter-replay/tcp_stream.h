@@ -16,7 +16,7 @@ namespace replay {
 
 enum class SegmentVerdict {
     Empty,         // no payload
-    InOrder,       // the next bytes of the stream (possibly filling a hole, see holeFilled())
+    InOrder,       // the next bytes of the stream (possibly filling a hole)
     Retransmitted, // every byte was seen before
     Overlap,       // partly seen before; the new bytes were taken
     OutOfOrder,    // beyond a hole; kept until the hole is filled
@@ -42,14 +42,11 @@ public:
     uint32_t deliveredOffset() const { return next_; }
     // Bytes held beyond a hole (out-of-order segments not yet usable).
     size_t heldBytes() const;
-    // True when the last add() delivered out-of-order bytes held before.
-    bool holeFilled() const { return holeFilled_; }
 
 private:
     bool started_ = false;
     uint32_t first_ = 0;
     uint32_t next_ = 0;
-    bool holeFilled_ = false;
     std::map<uint32_t, std::vector<uint8_t>> held_; // offset -> bytes beyond next_
 };
 
