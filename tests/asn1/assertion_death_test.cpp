@@ -82,4 +82,11 @@ TEST(AssertionDeathTest, CodecAborts) {
     EXPECT_DEATH(decoder.decodeLength(0, 0x10000, length), assertion("upper - lower < 0x10000"));
 }
 
+// The strict checker's INTEGER entry asks the whole-tree check of the same value again, which never
+// returns; nothing calls it on such a tree. The process ends on the exhausted stack.
+TEST(AssertionDeathTest, StrictCheckOfAnIntegerNeverReturns) {
+    const INTEGER n(1, &INTEGER::theInfo);
+    EXPECT_DEATH(static_cast<const AbstractData&>(n).isStrictlyValid(), "");
+}
+
 } // namespace

@@ -419,6 +419,26 @@ TEST(PerDeparture, ExtensionAlternativeJumpsToTheEndOfItsOpenType) {
     EXPECT_EQ("n : 7", second.asValueNotation());
 }
 
+TEST(PerDeparture, ExtensionMapIsWrittenWheneverItHasBits) {
+    // An extension included and removed again leaves a one-bit map with nothing set: the
+    // extension bit says "none", yet the map follows it (the decoder leaves it unread).
+    SEQUENCE rec(&recInfo);
+    static_cast<INTEGER&>(*rec.getField(0)) = 5;
+    rec.includeOptionalField(1, 2);
+    rec.removeOptionalField(1);
+    EXPECT_EQ("000500", encodeHex(rec));
+    SEQUENCE back(&recInfo);
+    ASSERT_TRUE(decodeHex("000500", back));
+    EXPECT_EQ(0u, back.extensionMap().size());
+}
+
+TEST(PerDeparture, EnumeratedExtensionFormThatFailsFallsBackToTheRoot) {
+    // Extension bit, then the small number 0 (no value can follow), then two root bits 01.
+    ENUMERATED colour(&colourExtInfo);
+    ASSERT_TRUE(decodeHex("80 40", colour));
+    EXPECT_EQ(1, colour.asInt());
+}
+
 // --- X.691 Annex A.2: the PersonnelRecord in aligned PER ----------------------------------------
 namespace personnel {
 const void* const nameInfos[] = {&VisibleString::theInfo, &VisibleString::theInfo,

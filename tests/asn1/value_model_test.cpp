@@ -5,10 +5,30 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <type_traits>
 
 using namespace asn1test;
 
 namespace {
+
+// Descriptors are plain aggregates that generated modules initialise as constants.
+template <class Info> constexpr bool isPlainDescriptor() {
+    return std::is_aggregate<Info>::value && std::is_standard_layout<Info>::value &&
+           std::is_trivially_copyable<Info>::value;
+}
+static_assert(isPlainDescriptor<Null::InfoType>() && isPlainDescriptor<INTEGER::InfoType>() &&
+                  isPlainDescriptor<IntegerWithNamedNumber::InfoType>() &&
+                  isPlainDescriptor<ENUMERATED::InfoType>() &&
+                  isPlainDescriptor<AbstractString::InfoType>() &&
+                  isPlainDescriptor<BMPString::InfoType>() &&
+                  isPlainDescriptor<CHOICE::InfoType>() &&
+                  isPlainDescriptor<SEQUENCE::InfoType>() &&
+                  isPlainDescriptor<SEQUENCE_OF_Base::InfoType>() &&
+                  isPlainDescriptor<TypeConstrainedOpenData::InfoType>(),
+              "descriptor records must stay plain aggregates");
+constexpr SEQUENCE::InfoType constantSequence = {
+    &SEQUENCE::create, 16, true, nullptr, nullptr, 0, 0, 0, nullptr, 0, nullptr};
+static_assert(constantSequence.create == &SEQUENCE::create, "constant-initialised");
 
 TEST(Choice, SelectKeepsTheCurrentValueAndRefusesUnknownIds) {
     CHOICE pick(&choice3Info);
