@@ -142,7 +142,8 @@ TEST(GeneratedPattern, TypedAccessorsOverADecodedTree) {
                               .getValue()
                         : -1);
     std::unique_ptr<AbstractData> copy(back.clone());
-    EXPECT_EQ(typeid(Setup_UUIE), typeid(*copy));
+    const AbstractData& copied = *copy;
+    EXPECT_EQ(typeid(Setup_UUIE), typeid(copied));
     EXPECT_EQ(0, copy->compare(setup));
 }
 

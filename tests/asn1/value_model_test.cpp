@@ -180,7 +180,8 @@ TEST(SequenceOf, ResizeInsertEraseOwnTheirElements) {
     EXPECT_GT(list.compare(other), 0); // longer
     std::unique_ptr<SEQUENCE_OF<Int0to255, SizeConstraint<2u, 0, 8u>>> clone(list.clone());
     EXPECT_EQ(0, clone->compare(list));
-    EXPECT_EQ(typeid(Int0to255), typeid((*clone)[0]));
+    const Int0to255& element = (*clone)[0];
+    EXPECT_EQ(typeid(Int0to255), typeid(element));
 }
 
 TEST(Compare, LexicographicBytes) {
@@ -268,10 +269,12 @@ TEST(Kinds, BitStringBitsAreMostSignificantFirst) {
 TEST(Kinds, TypedOpenDataStartsWithItsValue) {
     Constrained_OpenData<Int0to255> open;
     ASSERT_TRUE(open.has_data());
-    EXPECT_EQ(typeid(Int0to255), typeid(open.get_data()));
+    const Int0to255& contained = open.get_data();
+    EXPECT_EQ(typeid(Int0to255), typeid(contained));
     std::unique_ptr<AbstractData> created(
         AbstractData::create(&Constrained_OpenData<Int0to255>::theInfo));
-    EXPECT_EQ(typeid(Constrained_OpenData<Int0to255>), typeid(*created));
+    const AbstractData& made = *created;
+    EXPECT_EQ(typeid(Constrained_OpenData<Int0to255>), typeid(made));
     EXPECT_EQ(nullptr, AbstractData::create(nullptr));
 }
 
