@@ -122,7 +122,8 @@ TEST(Sequence, ComparisonStopsAtRootDifferencesButMasksExtensionOnes) {
     static_cast<INTEGER&>(*y.includeOptionalField(0, 0)) = 2;
     static_cast<INTEGER&>(*x.includeOptionalField(1, 1)) = 9;
     static_cast<INTEGER&>(*y.includeOptionalField(1, 1)) = 9;
-    // They differ in the first extension and agree in the last: reported equal, as specified.
+    // They differ in the first extension and agree in the last: reported equal, by design of the
+    // comparison.
     EXPECT_EQ(0, x.compare(y));
     static_cast<INTEGER&>(*y.getField(1)) = 10;
     EXPECT_LT(x.compare(y), 0);
