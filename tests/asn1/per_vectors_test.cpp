@@ -355,6 +355,30 @@ TEST(PerBits, MultiBitFieldsCrossByteBoundaries) {
     EXPECT_FALSE(decoder.decodeMultiBit(33, value));
 }
 
+TEST(PerUnaligned, NumbersAndCharactersAreNotPadded) {
+    // X.691 10.5.7 (unaligned): a 0..65535 number is a plain 16-bit field; X.691 30.5.3: IA5String
+    // characters take 7 bits each.
+    std::vector<char> out;
+    PEREncoder encoder(out, false);
+    encoder.encodeSingleBit(true);
+    ASSERT_TRUE(encoder.encodeUnsigned(300, 0, 65535));
+    EXPECT_EQ("809600", toHex(out));
+    PERDecoder decoder(out.data(), out.data() + out.size(), nullptr, false);
+    unsigned value = 0;
+    EXPECT_TRUE(decoder.decodeSingleBit());
+    EXPECT_EQ(0, decoder.decodeUnsigned(0, 65535, value));
+    EXPECT_EQ(300u, value);
+
+    IA5String text("ab");
+    PEREncoder textEncoder(out, false);
+    ASSERT_TRUE(text.accept(textEncoder));
+    EXPECT_EQ("02c388", toHex(out));
+    IA5String back;
+    PERDecoder textDecoder(out.data(), out.data() + out.size(), nullptr, false);
+    ASSERT_TRUE(back.accept(textDecoder));
+    EXPECT_EQ("ab", static_cast<const std::string&>(back));
+}
+
 // --- Departures read from input -----------------------------------------------------------------
 TEST(PerDeparture, ObjectIdentifierEndingAtTheEndIsRefused) {
     OBJECT_IDENTIFIER oid;
