@@ -148,6 +148,7 @@ private:
 
     std::string_view receivedBody_;
     bool emitSdpBody_ = false;
+    std::vector<std::string> tokens_; // scratch of the line handlers
 };
 
 // Reads "c=IN IP4 a.b.c.d" into address; false for any other network or address type.
