@@ -414,15 +414,21 @@ int DialogInfo::Handle_A_Line(int pass, const std::string& aLine) {
         Copy(pass, aLine);
         return 0;
     }
-    std::vector<std::string>& tokens = tokens_;
-    tokens.clear();
-    if (Tokenise<IsWhiteSpace>(tokens, aLine, 2) < 2) {
-        Copy(pass, aLine);
+    std::size_t second = last;
+    while (second < aLine.size() && isSpace(aLine[second]))
+        ++second;
+    if (second >= aLine.size()) {
+        Copy(pass, aLine); // no encoding name
         return 0;
     }
-    const std::string::size_type tokenColon = colon - first;
+    std::size_t secondEnd = second;
+    while (secondEnd < aLine.size() && !isSpace(aLine[secondEnd]))
+        ++secondEnd;
+
+    // The payload type is read in place: DecimalValue stops at the white space after it. An empty
+    // one ("rtpmap:" alone) reads as 0.
     const uint32_t payload =
-        static_cast<uint32_t>(DecimalValue(tokens[0].c_str() + tokenColon + 1));
+        colon + 1 == last ? 0u : static_cast<uint32_t>(DecimalValue(aLine.c_str() + colon + 1));
     const uint32_t port = static_cast<uint32_t>(lastMediaPort);
     auto codecs = rtpMap.find(port);
     if (codecs == rtpMap.end()) {
@@ -430,10 +436,10 @@ int DialogInfo::Handle_A_Line(int pass, const std::string& aLine) {
         codecs = rtpMap.emplace(port, std::vector<uint32_t>()).first;
     }
     if (pass == 1) {
-        const std::string::size_type slash = tokens[1].find('/');
-        if (slash == std::string::npos)
+        const std::string::size_type slash = aLine.find('/', second);
+        if (slash >= secondEnd)
             return 0;
-        const std::string name = tokens[1].substr(0, slash);
+        const std::string name = aLine.substr(second, slash - second);
         // Without the host's veto function no codec is known to be acceptable.
         const auto allow = VoIPTranslator::Current().Callback<voipxlate_allow_codec_function>(
             VOIPXLATE_ALLOW_CODEC);
