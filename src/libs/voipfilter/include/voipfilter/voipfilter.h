@@ -257,6 +257,61 @@ VOIPXLATE_API int voipxlate_setfunction(int index, voipxlate_function fn);
  */
 VOIPXLATE_API int voipxlate_setloglevel(int level);
 
+/* ---------------------------------------------------------------------------------------------
+ * SIP family (SIP over UDP with SDP bodies)
+ *
+ * One SIPConnection per host-side SIP association. All SIP connections share one dialog table
+ * (created on first use, never destroyed), so the SIP functions must not be called from several
+ * threads at once. A dialog is found by Call-ID and topmost Via branch; INVITEs and their 183 and
+ * 2xx answers have their SDP media lines rewritten after the host opened the media channels
+ * (openRTPChannelFunction / openIMChannelFunction), rtpmap attributes pass allowCodecFunction,
+ * sendonly/recvonly call callOnHoldFunction, and a new dialog is reported to
+ * callInformationFunction.
+ * ------------------------------------------------------------------------------------------- */
+
+/** One SIP association of the host (opaque). */
+typedef struct SIPConnection SIPConnection;
+
+/**
+ * Creates a connection. a: the originator as the host sees it; b: the destination as the host
+ * sees it; c: the originator's address to announce towards the destination; d: the destination's
+ * address to announce towards the originator. The addresses are copied. Creates no dialog.
+ * @return the new handle; null only when one of the four addresses is null.
+ */
+VOIPXLATE_API SIPConnection* sipxlate_create(void* context, const sockaddr_type* a,
+                                             const sockaddr_type* b, const sockaddr_type* c,
+                                             const sockaddr_type* d);
+
+/** Frees the connection (null is ignored). Dialogs it took part in stay in the table. */
+VOIPXLATE_API void sipxlate_destroy(SIPConnection* connection);
+
+/**
+ * Translates one SIP datagram (in, inLength). *outLength is the capacity of out on entry.
+ * direction (non-zero = from the originator) is accepted but the side is taken from the From tag.
+ * option 0 keeps the endpoints' own media addresses in the SDP (no media proxy); any other value
+ * writes the addresses that the host's open callbacks returned.
+ * @return 1: out holds the rewritten message, NUL-terminated, and *outLength its length (without
+ *            the NUL);
+ *         0: forward the datagram unchanged (nothing to translate, a message of an unknown
+ *            dialog, or one that could not be understood well enough to translate);
+ *         -1: drop it: null connection, empty datagram, null out or outLength, out too small,
+ *            a refused SDP (every codec of a media line vetoed, a bogus media port, a failed
+ *            channel open or hold callback);
+ *         other values: a positive value the host's rewriteNotifyFunction OR-ed in (out then
+ *            holds the message and *outLength its length, as for 1).
+ */
+VOIPXLATE_API int sipxlate_udp_translate(SIPConnection* connection, int direction,
+                                         const unsigned char* in, unsigned int inLength,
+                                         unsigned char* out, unsigned int* outLength, int option);
+
+/**
+ * Removes the dialog whose last SDP media line had the same port as the last one this connection
+ * carried, closes its media channels (closeRTPChannelFunction) and deletes it. A connection that
+ * never carried a media line matches nothing.
+ * @return -1 for a null connection, else 0.
+ */
+VOIPXLATE_API int sipxlate_udp_destroy(SIPConnection* connection);
+
 #ifdef __cplusplus
 }
 #endif
