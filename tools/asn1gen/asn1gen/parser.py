@@ -369,8 +369,8 @@ class Parser:
             if self.accept(','):
                 if self.accept('...'):
                     target = result.value if result.value is not None else result.size
-                    if target is not None and result.value is not None:
-                        result.value.extendable = True
+                    if target is not None:
+                        target.extendable = True
                     if self.at(','):  # additions after the marker are not PER-visible
                         self.pos -= 1
                         self.skip_to_close()
