@@ -240,7 +240,13 @@ TEST(RealTraffic, AselsanSetupIsRefused) {
     EXPECT_EQ(Hex(std::vector<unsigned char>(guid.begin(), guid.end())),
               "00 40 91 fb 72 89 f9 11 80 2a 05 04 03 02 01 00");
     EXPECT_EQ(setup.get_sourceCallSignalAddress().get_ipAddress().get_port(), 1720);
-    EXPECT_TRUE(setup.additionalSourceAddresses_isPresent());
+    // The peer's extension map has exactly this edition's 26 bits; the last one,
+    // additionalSourceAddresses, is set, and its one element failed (a failed element is erased).
+    EXPECT_EQ(setup.extensionMap().size(), 26u);
+    ASSERT_TRUE(setup.additionalSourceAddresses_isPresent());
+    EXPECT_EQ(setup.ref_additionalSourceAddresses().size(), 0u);
+    // Nothing after the SETUP body was read.
+    EXPECT_EQ(info.ref_h323_uu_pdu().extensionMap().size(), 0u);
 }
 
 TEST(RealTraffic, ValueNotationOfARealSetupIsComplete) {
