@@ -5,9 +5,35 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <ctime>
+
 namespace {
 
 using Body = H225::H323_UU_PDU_h323_message_body;
+
+bool StartsWith(const std::string& text, const char* prefix) {
+    return text.compare(0, std::strlen(prefix), prefix) == 0;
+}
+
+// Call signalling lines name the H.225 source, media control and fast start lines the H.245
+// one, except the four lines that report a fast start answer to the H.225 message handling.
+void ExpectSourcePaths() {
+    for (const LoggedLine& line : LogCapture::lines()) {
+        if (line.context == DecodeFrameContext())
+            continue;
+        const std::string& t = line.text;
+        const bool h245 = StartsWith(t, "H.245\t") || StartsWith(t, "H245\t") ||
+                          StartsWith(t, "H.225\tTranslating H.245 from call") ||
+                          StartsWith(t, "H.225\tfastStart") ||
+                          StartsWith(t, "H.225\tcannot decode fastStart") ||
+                          StartsWith(t, "H.225\terror translating fastStart");
+        EXPECT_EQ(h245 ? "src/libs/voipfilter/h245_xlate" : "src/libs/voipfilter/h225_xlate",
+                  line.file)
+            << t;
+        EXPECT_EQ(TestHost::this_call(), line.context) << t;
+    }
+}
 
 class CallFlowTest : public RegistryTest {
 protected:
@@ -163,6 +189,10 @@ TEST_F(CallFlowTest, FastStartAcceptedThenConnectRetransmitted) {
     EXPECT_EQ(out, again);
     EXPECT_TRUE(
         LogCapture::Has("H.225\tfastStart already accepted - retranslating retransmission\n"));
+    EXPECT_TRUE(LogCapture::HasPrefix(5, "H.225\tTranslating PDU from call originator\n"));
+    EXPECT_TRUE(LogCapture::HasPrefix(5, "H.245\tTranslating fastStart reply\n"));
+    EXPECT_TRUE(LogCapture::Has("H.225\t Decoding the PDU \n"));
+    ExpectSourcePaths();
 }
 
 TEST_F(CallFlowTest, FastConnectRefusedReleasesTheOfferOnce) {
@@ -317,6 +347,7 @@ TEST_F(CallFlowTest, SlowStartWithSeparateH245Channel) {
     // An ack for a channel nobody opened passes unchanged.
     EXPECT_EQ(0, call.SendH245(false, Encode(Response(OLCAck(999, "192.0.2.10:6000", "")))));
     EXPECT_TRUE(LogCapture::Has("H.245\tcannot find matching OLC for OLCack\n"));
+    ExpectSourcePaths();
 }
 
 TEST_F(CallFlowTest, TunnelledCapabilitySetIsFiltered) {

@@ -270,10 +270,17 @@ inline Bytes Frame(const Bytes& userInformation, unsigned char messageType = 0x0
     return frame;
 }
 
+// The host context of the helper call that DecodeFrame decodes with (its log lines are not
+// those of the call under test).
+inline void* DecodeFrameContext() {
+    static int marker;
+    return &marker;
+}
+
 // The user information of a Q.931 frame, decoded again.
 inline bool DecodeFrame(const Bytes& frame, H225::H323_UserInformation& out) {
-    H225TranslatorContext reader(nullptr, sockaddr_type(), sockaddr_type(), sockaddr_type(),
-                                 sockaddr_type());
+    H225TranslatorContext reader(DecodeFrameContext(), sockaddr_type(), sockaddr_type(),
+                                 sockaddr_type(), sockaddr_type());
     if (reader.DecodeH225(frame.data(), static_cast<unsigned>(frame.size())) != 1)
         return false;
     out = reader.UserInformation();
