@@ -10,7 +10,7 @@ Layout of a module `m`:
 Accessor definitions live in .inl files so that the assertion messages name them.
 """
 
-from .resolve import EXTENDABLE_CONSTRAINT, FIXED_CONSTRAINT, STRING_KINDS, UNCONSTRAINED
+from .resolve import CANONICAL_SETS, STRING_KINDS, UNCONSTRAINED, cpp_identifier
 
 GENERATOR = 'tools/asn1gen'
 
@@ -194,7 +194,6 @@ class ModuleEmitter:
 
     @staticmethod
     def enumerator(name):
-        from .resolve import cpp_identifier
         return cpp_identifier(name)
 
     @staticmethod
@@ -459,7 +458,6 @@ class ModuleEmitter:
 
     @staticmethod
     def kind_charset(c):
-        from .resolve import CANONICAL_SETS
         return CANONICAL_SETS[c.kind]
 
 
@@ -473,5 +471,3 @@ def emit(models, config, inputs_by_module):
         files.update(emitter.files())
     return files
 
-
-__all__ = ['emit', 'ModuleEmitter', 'FIXED_CONSTRAINT', 'EXTENDABLE_CONSTRAINT']
