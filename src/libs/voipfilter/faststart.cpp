@@ -204,7 +204,7 @@ int H225TranslatorContext::TranslateFastStartReply(int pass, bool /*fromOriginat
 
     sockaddr_type rtp, rtcp;
     if (pass == 0) {
-        // The callee's forward channel names where the callee receives RTP (H.323 8.1.7.1); its
+        // The callee's forward channel names where the callee receives RTP; its
         // RTCP address is the caller's concern and is not read.
         if (!parameters->mediaChannel_isPresent()) {
             VF_LOG(HostContext(), logsource::kH245, 3)

@@ -17,7 +17,7 @@ struct UserUserPayload {
     unsigned int length = 0;
 };
 
-// Walks the information elements up to the first user-user element (Q.931 4.5, H.225.0 7.2.2.1).
+// Walks the information elements up to the first user-user element (Q.931 4.5).
 // @return 1 found, 0 no user-user element, -1 a malformed frame.
 int FindUserUser(const unsigned char* pdu, unsigned int length, UserUserPayload& found) {
     if (pdu == nullptr || length < 5 || pdu[1] != 2)

@@ -1,4 +1,4 @@
-// Logical channels (H.245 8.4) and the media sessions behind them: the RTP and RTCP addresses of
+// Logical channels and the media sessions behind them: the RTP and RTCP addresses of
 // OpenLogicalChannel and OpenLogicalChannelAck (H.225.0 H2250LogicalChannel(Ack)Parameters), the
 // host's media channels, and T.120 separate-stack addresses.
 #include "h245_xlate.h"
@@ -160,7 +160,7 @@ int H225TranslatorContext::TranslateOpenLogicalChannel(bool fromOriginator,
     auto& forward = olc.ref_forwardLogicalChannelParameters();
     const DataType& dataType = forward.get_dataType();
 
-    // T.120 (H.323 6.2.7) runs on its own TCP connection, announced in separateStack.
+    // T.120 runs on its own TCP connection, announced in separateStack.
     if (dataType.data_isSelected() && dataType.get_data().get_application().t120_isSelected() &&
         olc.separateStack_isPresent() && IsLocalAreaAddress(olc.ref_separateStack()))
         return TranslateT120Address(fromOriginator, olc.ref_separateStack(),
