@@ -309,7 +309,8 @@ VOIPXLATE_API int h323xlate_h225_encodeh225pdu(H225TranslatorContext* call, unsi
  * Translates the PDU decoded last. *status (if given) is set to -1 first, then to the message
  * tag (0 SETUP, 1 CALL PROCEEDING, 2 CONNECT, 3 ALERTING, 4 INFORMATION, 5 RELEASE COMPLETE,
  * 6 FACILITY, 7 PROGRESS, 8 EMPTY, 9 STATUS, 10 STATUS INQUIRY, 11 SETUP ACKNOWLEDGE, 12 NOTIFY)
- * when the result is 0 or 1. Before any successful decode there is no message: the result is 0.
+ * when the result is 0 or 1 for a known message; it stays -1 for an unknown message and for the
+ * results -1 and -2. Before any successful decode there is no message: the result is 0.
  * @return 1 changed: call h323xlate_h225_encodeh225pdu(); 0 forward the PDU as received (also for
  *         an unknown message); -1 null call, or the message came from the wrong call leg (drop
  *         it); -2 the message was refused: shut the call down.
