@@ -104,8 +104,9 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     modified_ = false;
     VF_LOG(HostContext(), logsource::kH225, 5) << "H.225\t Decoding the PDU ";
 
-    // Whatever happens below, a failed decode must not leave a half-filled message for a later
-    // translate call to act on.
+    // The PER decoder fills a value in place and keeps what an encoding does not mention (the
+    // extension presence bits, an alternative already created), so every PDU starts from a
+    // fresh value.
     userInformation_ = H323_MESSAGES::H323_UserInformation();
 
     if (pdu == nullptr || length < kQ931HeaderSize)
@@ -157,6 +158,7 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     if (payload == nullptr || payloadLength == 0)
         return -1;
     const int result = ASN1::ASNDecode(payload, payloadLength, userInformation_);
+    // A failed decode leaves no half-filled message for a later translate call to act on.
     if (result != 1)
         userInformation_ = H323_MESSAGES::H323_UserInformation();
     return result;
