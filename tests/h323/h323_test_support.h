@@ -102,10 +102,6 @@ public:
         return found;
     }
 
-private:
-    static std::string Ctx(void* ctx) { return ctx == this_call() ? "" : "(foreign ctx) "; }
-
-public:
     // The host context every test call is created with.
     static void* this_call() {
         static int marker;
@@ -113,6 +109,9 @@ public:
     }
 
 private:
+    // Events of a callback that got another host context say so.
+    static std::string Ctx(void* ctx) { return ctx == this_call() ? "" : "(foreign ctx) "; }
+
     static int OpenRTP(void* ctx, int direction, voipxlate_mediasessioninformation* s,
                        int32_t* handle) {
         TestHost& h = Get();
