@@ -476,6 +476,8 @@ TEST_F(CallFlowTest, MessagesFromTheWrongLegOrInTheWrongState) {
     EXPECT_EQ(-1, status);
     EXPECT_TRUE(LogCapture::Has("H.225\tCALL PROCEEDING received when in Idle state\n"));
     EXPECT_TRUE(LogCapture::Has("H.225\tCall shutdown by CALL PROCEEDING PDU\n"));
+    // Every refusal is reported as a shutdown, never as a translation error.
+    EXPECT_FALSE(LogCapture::HasPrefix(1, "H.225\tError translating"));
 
     const Bytes setup = SlowStartSetup();
     EXPECT_EQ(-1, call.Send(false, setup, nullptr, &status));
