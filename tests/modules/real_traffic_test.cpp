@@ -16,6 +16,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <sstream>
 #include <string>
 
@@ -99,6 +101,31 @@ TEST(RealTraffic, EveryPduDecodesAndReencodesToTheSameOctets) {
         ++checked;
     }
     EXPECT_EQ(checked, 79u);
+}
+
+// An output buffer one octet shorter than the encoding is refused and left as it was.
+template <class T> void ExpectShortBufferRefused(const std::vector<unsigned char>& in) {
+    T value;
+    ASSERT_EQ(ASN1::ASNDecode(in.data(), static_cast<unsigned>(in.size()), value), 1);
+    std::vector<unsigned char> out(in.size() - 1, 0xA5);
+    unsigned size = static_cast<unsigned>(out.size());
+    EXPECT_EQ(ASN1::ASNEncode(value, out.data(), &size), -1);
+    EXPECT_EQ(size, in.size() - 1);
+    EXPECT_EQ(std::count(out.begin(), out.end(), 0xA5), static_cast<long>(out.size()));
+}
+
+TEST(RealTraffic, BufferOneOctetShortIsRefused) {
+    for (const Pdu& pdu : LoadCorpus()) {
+        SCOPED_TRACE(pdu.file);
+        if (TsharkMalformed(pdu.file))
+            continue;
+        if (pdu.kind == "uuie")
+            ExpectShortBufferRefused<H323_UserInformation>(pdu.bytes);
+        else if (pdu.kind == "ras")
+            ExpectShortBufferRefused<RasMessage>(pdu.bytes);
+        else
+            ExpectShortBufferRefused<MultimediaSystemControlMessage>(pdu.bytes);
+    }
 }
 
 TEST(RealTraffic, NestedFastStartAndTunnelledPdusRoundTrip) {
@@ -213,7 +240,13 @@ TEST(RealTraffic, AselsanSetupIsRefused) {
     EXPECT_EQ(Hex(std::vector<unsigned char>(guid.begin(), guid.end())),
               "00 40 91 fb 72 89 f9 11 80 2a 05 04 03 02 01 00");
     EXPECT_EQ(setup.get_sourceCallSignalAddress().get_ipAddress().get_port(), 1720);
-    EXPECT_TRUE(setup.additionalSourceAddresses_isPresent());
+    // The peer's extension map has exactly this edition's 26 bits; the last one,
+    // additionalSourceAddresses, is set, and its one element failed (a failed element is erased).
+    EXPECT_EQ(setup.extensionMap().size(), 26u);
+    ASSERT_TRUE(setup.additionalSourceAddresses_isPresent());
+    EXPECT_EQ(setup.ref_additionalSourceAddresses().size(), 0u);
+    // Nothing after the SETUP body was read.
+    EXPECT_EQ(info.ref_h323_uu_pdu().extensionMap().size(), 0u);
 }
 
 TEST(RealTraffic, ValueNotationOfARealSetupIsComplete) {

@@ -145,6 +145,24 @@ class ResolveTest(unittest.TestCase):
             build(cnf=CNF + '  prune Msg a\n')
 
 
+class NamingTest(unittest.TestCase):
+    def test_keywords_hyphens_and_second_root_part(self):
+        text = '''K DEFINITIONS AUTOMATIC TAGS ::= BEGIN
+        Two-Parts ::= SEQUENCE { a NULL, ..., b NULL, ..., default BOOLEAN OPTIONAL }
+        Pick ::= CHOICE { delete NULL, new-one NULL }
+        END'''
+        cnf = 'module K\n  source k.asn\n  namespace K\n  output k\n'
+        models, _ = build(cnf=cnf, texts=(text,))
+        two = classes(models, 'K')['Two_Parts']
+        # X.680 24.1: components after the second ellipsis belong to the root.
+        self.assertEqual([(f.name, f.cpp_name, f.extension, f.opt_index) for f in two.fields],
+                         [('a', 'a', False, -1), ('default', 'default_', False, 0),
+                          ('b', 'b', True, 1)])
+        pick = classes(models, 'K')['Pick']
+        self.assertEqual([(f.name, f.cpp_name) for f in pick.fields],
+                         [('delete', 'delete_'), ('new-one', 'new_one')])
+
+
 class EmitTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):

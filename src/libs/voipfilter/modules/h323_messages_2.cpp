@@ -3,6 +3,2947 @@
 
 namespace H323_MESSAGES {
 
+// H323-UserInformation
+const void* const H323_UserInformation::fieldInfos[2] = {
+    &H323_UU_PDU::theInfo,
+    &H323_UserInformation_user_data::theInfo,
+};
+const int H323_UserInformation::fieldIds[2] = {-1, 0};
+const char* const H323_UserInformation::fieldNames[2] = {
+    "h323-uu-pdu",
+    "user-data",
+};
+const H323_UserInformation::InfoType H323_UserInformation::theInfo = {&H323_UserInformation::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H323_UserInformation::create(const void* info) {
+    return new H323_UserInformation(info);
+}
+ASN1::AbstractData* H323_UserInformation::do_clone() const {
+    return new H323_UserInformation(*this);
+}
+
+// H323_UserInformation.user-data
+const void* const H323_UserInformation_user_data::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 131u>>::theInfo,
+};
+const int H323_UserInformation_user_data::fieldIds[2] = {-1, -1};
+const char* const H323_UserInformation_user_data::fieldNames[2] = {
+    "protocol-discriminator",
+    "user-information",
+};
+const H323_UserInformation_user_data::InfoType H323_UserInformation_user_data::theInfo = {&H323_UserInformation_user_data::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H323_UserInformation_user_data::create(const void* info) {
+    return new H323_UserInformation_user_data(info);
+}
+ASN1::AbstractData* H323_UserInformation_user_data::do_clone() const {
+    return new H323_UserInformation_user_data(*this);
+}
+
+// H323-UU-PDU
+const void* const H323_UU_PDU::fieldInfos[11] = {
+    &H323_UU_PDU_h323_message_body::theInfo,
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<NonStandardParameter, ASN1::EmptyConstraint>::theInfo,
+    &CallLinkage::theInfo,
+    &H323_UU_PDU_tunnelledSignallingMessage::theInfo,
+    &ASN1::Null::theInfo,
+    &StimulusControl::theInfo,
+    &ASN1::SEQUENCE_OF<GenericData, ASN1::EmptyConstraint>::theInfo,
+};
+const int H323_UU_PDU::fieldIds[11] = {-1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const H323_UU_PDU::fieldNames[11] = {
+    "h323-message-body",
+    "nonStandardData",
+    "h4501SupplementaryService",
+    "h245Tunneling",
+    "h245Control",
+    "nonStandardControl",
+    "callLinkage",
+    "tunnelledSignallingMessage",
+    "provisionalRespToH245Tunneling",
+    "stimulusControl",
+    "genericData",
+};
+const H323_UU_PDU::InfoType H323_UU_PDU::theInfo = {&H323_UU_PDU::create, 16, true, fieldInfos, fieldIds, 2, 9, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H323_UU_PDU::create(const void* info) {
+    return new H323_UU_PDU(info);
+}
+ASN1::AbstractData* H323_UU_PDU::do_clone() const {
+    return new H323_UU_PDU(*this);
+}
+
+// H323_UU_PDU.h323-message-body
+const void* const H323_UU_PDU_h323_message_body::selectionInfos[13] = {
+    &Setup_UUIE::theInfo,
+    &CallProceeding_UUIE::theInfo,
+    &Connect_UUIE::theInfo,
+    &Alerting_UUIE::theInfo,
+    &Information_UUIE::theInfo,
+    &ReleaseComplete_UUIE::theInfo,
+    &Facility_UUIE::theInfo,
+    &Progress_UUIE::theInfo,
+    &ASN1::Null::theInfo,
+    &Status_UUIE::theInfo,
+    &StatusInquiry_UUIE::theInfo,
+    &SetupAcknowledge_UUIE::theInfo,
+    &Notify_UUIE::theInfo,
+};
+const char* const H323_UU_PDU_h323_message_body::selectionNames[13] = {
+    "setup",
+    "callProceeding",
+    "connect",
+    "alerting",
+    "information",
+    "releaseComplete",
+    "facility",
+    "progress",
+    "empty",
+    "status",
+    "statusInquiry",
+    "setupAcknowledge",
+    "notify",
+};
+const H323_UU_PDU_h323_message_body::InfoType H323_UU_PDU_h323_message_body::theInfo = {&H323_UU_PDU_h323_message_body::create, 0, true, selectionInfos, 7, 13, 0, selectionNames};
+ASN1::AbstractData* H323_UU_PDU_h323_message_body::create(const void* info) {
+    return new H323_UU_PDU_h323_message_body(info);
+}
+ASN1::AbstractData* H323_UU_PDU_h323_message_body::do_clone() const {
+    return new H323_UU_PDU_h323_message_body(*this);
+}
+
+// H323_UU_PDU.tunnelledSignallingMessage
+const void* const H323_UU_PDU_tunnelledSignallingMessage::fieldInfos[4] = {
+    &TunnelledProtocol::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Null::theInfo,
+    &NonStandardParameter::theInfo,
+};
+const int H323_UU_PDU_tunnelledSignallingMessage::fieldIds[4] = {-1, -1, 0, 1};
+const char* const H323_UU_PDU_tunnelledSignallingMessage::fieldNames[4] = {
+    "tunnelledProtocolID",
+    "messageContent",
+    "tunnellingRequired",
+    "nonStandardData",
+};
+const H323_UU_PDU_tunnelledSignallingMessage::InfoType H323_UU_PDU_tunnelledSignallingMessage::theInfo = {&H323_UU_PDU_tunnelledSignallingMessage::create, 16, true, fieldInfos, fieldIds, 4, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* H323_UU_PDU_tunnelledSignallingMessage::create(const void* info) {
+    return new H323_UU_PDU_tunnelledSignallingMessage(info);
+}
+ASN1::AbstractData* H323_UU_PDU_tunnelledSignallingMessage::do_clone() const {
+    return new H323_UU_PDU_tunnelledSignallingMessage(*this);
+}
+
+// StimulusControl
+const void* const StimulusControl::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::OCTET_STRING::theInfo,
+};
+const int StimulusControl::fieldIds[3] = {0, 1, 2};
+const char* const StimulusControl::fieldNames[3] = {
+    "nonStandard",
+    "isText",
+    "h248Message",
+};
+const StimulusControl::InfoType StimulusControl::theInfo = {&StimulusControl::create, 16, true, fieldInfos, fieldIds, 3, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* StimulusControl::create(const void* info) {
+    return new StimulusControl(info);
+}
+ASN1::AbstractData* StimulusControl::do_clone() const {
+    return new StimulusControl(*this);
+}
+
+// Alerting-UUIE
+const void* const Alerting_UUIE::fieldInfos[17] = {
+    &ProtocolIdentifier::theInfo,
+    &EndpointType::theInfo,
+    &TransportAddress::theInfo,
+    &CallIdentifier::theInfo,
+    &H245Security::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &PresentationIndicator::theInfo,
+    &ScreeningIndicator::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::SEQUENCE_OF<ServiceControlSession, ASN1::EmptyConstraint>::theInfo,
+    &CallCapacity::theInfo,
+    &FeatureSet::theInfo,
+};
+const int Alerting_UUIE::fieldIds[17] = {-1, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const Alerting_UUIE::fieldNames[17] = {
+    "protocolIdentifier",
+    "destinationInfo",
+    "h245Address",
+    "callIdentifier",
+    "h245SecurityMode",
+    "tokens",
+    "cryptoTokens",
+    "fastStart",
+    "multipleCalls",
+    "maintainConnection",
+    "alertingAddress",
+    "presentationIndicator",
+    "screeningIndicator",
+    "fastConnectRefused",
+    "serviceControl",
+    "capacity",
+    "featureSet",
+};
+const Alerting_UUIE::InfoType Alerting_UUIE::theInfo = {&Alerting_UUIE::create, 16, true, fieldInfos, fieldIds, 3, 14, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* Alerting_UUIE::create(const void* info) {
+    return new Alerting_UUIE(info);
+}
+ASN1::AbstractData* Alerting_UUIE::do_clone() const {
+    return new Alerting_UUIE(*this);
+}
+
+// CallProceeding-UUIE
+const void* const CallProceeding_UUIE::fieldInfos[12] = {
+    &ProtocolIdentifier::theInfo,
+    &EndpointType::theInfo,
+    &TransportAddress::theInfo,
+    &CallIdentifier::theInfo,
+    &H245Security::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Null::theInfo,
+    &FeatureSet::theInfo,
+};
+const int CallProceeding_UUIE::fieldIds[12] = {-1, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const CallProceeding_UUIE::fieldNames[12] = {
+    "protocolIdentifier",
+    "destinationInfo",
+    "h245Address",
+    "callIdentifier",
+    "h245SecurityMode",
+    "tokens",
+    "cryptoTokens",
+    "fastStart",
+    "multipleCalls",
+    "maintainConnection",
+    "fastConnectRefused",
+    "featureSet",
+};
+const CallProceeding_UUIE::InfoType CallProceeding_UUIE::theInfo = {&CallProceeding_UUIE::create, 16, true, fieldInfos, fieldIds, 3, 9, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallProceeding_UUIE::create(const void* info) {
+    return new CallProceeding_UUIE(info);
+}
+ASN1::AbstractData* CallProceeding_UUIE::do_clone() const {
+    return new CallProceeding_UUIE(*this);
+}
+
+// Connect-UUIE
+const void* const Connect_UUIE::fieldInfos[19] = {
+    &ProtocolIdentifier::theInfo,
+    &TransportAddress::theInfo,
+    &EndpointType::theInfo,
+    &ConferenceIdentifier::theInfo,
+    &CallIdentifier::theInfo,
+    &H245Security::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 32u>>, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &PresentationIndicator::theInfo,
+    &ScreeningIndicator::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::SEQUENCE_OF<ServiceControlSession, ASN1::EmptyConstraint>::theInfo,
+    &CallCapacity::theInfo,
+    &FeatureSet::theInfo,
+};
+const int Connect_UUIE::fieldIds[19] = {-1, 0, -1, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const Connect_UUIE::fieldNames[19] = {
+    "protocolIdentifier",
+    "h245Address",
+    "destinationInfo",
+    "conferenceID",
+    "callIdentifier",
+    "h245SecurityMode",
+    "tokens",
+    "cryptoTokens",
+    "fastStart",
+    "multipleCalls",
+    "maintainConnection",
+    "language",
+    "connectedAddress",
+    "presentationIndicator",
+    "screeningIndicator",
+    "fastConnectRefused",
+    "serviceControl",
+    "capacity",
+    "featureSet",
+};
+const Connect_UUIE::InfoType Connect_UUIE::theInfo = {&Connect_UUIE::create, 16, true, fieldInfos, fieldIds, 4, 15, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* Connect_UUIE::create(const void* info) {
+    return new Connect_UUIE(info);
+}
+ASN1::AbstractData* Connect_UUIE::do_clone() const {
+    return new Connect_UUIE(*this);
+}
+
+// Information-UUIE
+const void* const Information_UUIE::fieldInfos[7] = {
+    &ProtocolIdentifier::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Null::theInfo,
+    &CircuitInfo::theInfo,
+};
+const int Information_UUIE::fieldIds[7] = {-1, 0, 0, 0, 0, 0, 0};
+const char* const Information_UUIE::fieldNames[7] = {
+    "protocolIdentifier",
+    "callIdentifier",
+    "tokens",
+    "cryptoTokens",
+    "fastStart",
+    "fastConnectRefused",
+    "circuitInfo",
+};
+const Information_UUIE::InfoType Information_UUIE::theInfo = {&Information_UUIE::create, 16, true, fieldInfos, fieldIds, 1, 6, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* Information_UUIE::create(const void* info) {
+    return new Information_UUIE(info);
+}
+ASN1::AbstractData* Information_UUIE::do_clone() const {
+    return new Information_UUIE(*this);
+}
+
+// ReleaseComplete-UUIE
+const void* const ReleaseComplete_UUIE::fieldInfos[11] = {
+    &ProtocolIdentifier::theInfo,
+    &ReleaseCompleteReason::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &PresentationIndicator::theInfo,
+    &ScreeningIndicator::theInfo,
+    &CallCapacity::theInfo,
+    &ASN1::SEQUENCE_OF<ServiceControlSession, ASN1::EmptyConstraint>::theInfo,
+    &FeatureSet::theInfo,
+};
+const int ReleaseComplete_UUIE::fieldIds[11] = {-1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const ReleaseComplete_UUIE::fieldNames[11] = {
+    "protocolIdentifier",
+    "reason",
+    "callIdentifier",
+    "tokens",
+    "cryptoTokens",
+    "busyAddress",
+    "presentationIndicator",
+    "screeningIndicator",
+    "capacity",
+    "serviceControl",
+    "featureSet",
+};
+const ReleaseComplete_UUIE::InfoType ReleaseComplete_UUIE::theInfo = {&ReleaseComplete_UUIE::create, 16, true, fieldInfos, fieldIds, 2, 9, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* ReleaseComplete_UUIE::create(const void* info) {
+    return new ReleaseComplete_UUIE(info);
+}
+ASN1::AbstractData* ReleaseComplete_UUIE::do_clone() const {
+    return new ReleaseComplete_UUIE(*this);
+}
+
+// ReleaseCompleteReason
+const void* const ReleaseCompleteReason::selectionInfos[22] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &NonStandardParameter::theInfo,
+    &ConferenceIdentifier::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const ReleaseCompleteReason::selectionNames[22] = {
+    "noBandwidth",
+    "gatekeeperResources",
+    "unreachableDestination",
+    "destinationRejection",
+    "invalidRevision",
+    "noPermission",
+    "unreachableGatekeeper",
+    "gatewayResources",
+    "badFormatAddress",
+    "adaptiveBusy",
+    "inConf",
+    "undefinedReason",
+    "facilityCallDeflection",
+    "securityDenied",
+    "calledPartyNotRegistered",
+    "callerNotRegistered",
+    "newConnectionNeeded",
+    "nonStandardReason",
+    "replaceWithConferenceInvite",
+    "genericDataReason",
+    "neededFeatureNotSupported",
+    "tunnelledSignallingRejected",
+};
+const ReleaseCompleteReason::InfoType ReleaseCompleteReason::theInfo = {&ReleaseCompleteReason::create, 0, true, selectionInfos, 12, 22, 0, selectionNames};
+ASN1::AbstractData* ReleaseCompleteReason::create(const void* info) {
+    return new ReleaseCompleteReason(info);
+}
+ASN1::AbstractData* ReleaseCompleteReason::do_clone() const {
+    return new ReleaseCompleteReason(*this);
+}
+
+// Setup-UUIE
+const void* const Setup_UUIE::fieldInfos[39] = {
+    &ProtocolIdentifier::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &EndpointType::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallReferenceValue, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ConferenceIdentifier::theInfo,
+    &Setup_UUIE_conferenceGoal::theInfo,
+    &QseriesOptions::theInfo,
+    &CallType::theInfo,
+    &TransportAddress::theInfo,
+    &AliasAddress::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<H245Security, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &EndpointIdentifier::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &Setup_UUIE_connectionParameters::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 32u>>, ASN1::EmptyConstraint>::theInfo,
+    &PresentationIndicator::theInfo,
+    &ScreeningIndicator::theInfo,
+    &ASN1::SEQUENCE_OF<ServiceControlSession, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Null::theInfo,
+    &CallCapacity::theInfo,
+    &CircuitInfo::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedProtocols, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<FeatureDescriptor, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<FeatureDescriptor, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<FeatureDescriptor, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ExtendedAliasAddress, ASN1::EmptyConstraint>::theInfo,
+};
+const int Setup_UUIE::fieldIds[39] = {-1, 0, 1, -1, 2, 3, 4, 5, -1, -1, -1, 6, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const Setup_UUIE::fieldNames[39] = {
+    "protocolIdentifier",
+    "h245Address",
+    "sourceAddress",
+    "sourceInfo",
+    "destinationAddress",
+    "destCallSignalAddress",
+    "destExtraCallInfo",
+    "destExtraCRV",
+    "activeMC",
+    "conferenceID",
+    "conferenceGoal",
+    "callServices",
+    "callType",
+    "sourceCallSignalAddress",
+    "remoteExtensionAddress",
+    "callIdentifier",
+    "h245SecurityCapability",
+    "tokens",
+    "cryptoTokens",
+    "fastStart",
+    "mediaWaitForConnect",
+    "canOverlapSend",
+    "endpointIdentifier",
+    "multipleCalls",
+    "maintainConnection",
+    "connectionParameters",
+    "language",
+    "presentationIndicator",
+    "screeningIndicator",
+    "serviceControl",
+    "symmetricOperationRequired",
+    "capacity",
+    "circuitInfo",
+    "desiredProtocols",
+    "neededFeatures",
+    "desiredFeatures",
+    "supportedFeatures",
+    "parallelH245Control",
+    "additionalSourceAddresses",
+};
+const Setup_UUIE::InfoType Setup_UUIE::theInfo = {&Setup_UUIE::create, 16, true, fieldInfos, fieldIds, 13, 26, 7, nullptr, 0, fieldNames};
+ASN1::AbstractData* Setup_UUIE::create(const void* info) {
+    return new Setup_UUIE(info);
+}
+ASN1::AbstractData* Setup_UUIE::do_clone() const {
+    return new Setup_UUIE(*this);
+}
+
+// Setup_UUIE.conferenceGoal
+const void* const Setup_UUIE_conferenceGoal::selectionInfos[5] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const Setup_UUIE_conferenceGoal::selectionNames[5] = {
+    "create",
+    "join",
+    "invite",
+    "capability-negotiation",
+    "callIndependentSupplementaryService",
+};
+const Setup_UUIE_conferenceGoal::InfoType Setup_UUIE_conferenceGoal::theInfo = {&Setup_UUIE_conferenceGoal::create, 0, true, selectionInfos, 3, 5, 0, selectionNames};
+ASN1::AbstractData* Setup_UUIE_conferenceGoal::create(const void* info) {
+    return new Setup_UUIE_conferenceGoal(info);
+}
+ASN1::AbstractData* Setup_UUIE_conferenceGoal::do_clone() const {
+    return new Setup_UUIE_conferenceGoal(*this);
+}
+
+// Setup_UUIE.connectionParameters
+const void* const Setup_UUIE_connectionParameters::fieldInfos[3] = {
+    &ScnConnectionType::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ScnConnectionAggregation::theInfo,
+};
+const int Setup_UUIE_connectionParameters::fieldIds[3] = {-1, -1, -1};
+const char* const Setup_UUIE_connectionParameters::fieldNames[3] = {
+    "connectionType",
+    "numberOfScnConnections",
+    "connectionAggregation",
+};
+const Setup_UUIE_connectionParameters::InfoType Setup_UUIE_connectionParameters::theInfo = {&Setup_UUIE_connectionParameters::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* Setup_UUIE_connectionParameters::create(const void* info) {
+    return new Setup_UUIE_connectionParameters(info);
+}
+ASN1::AbstractData* Setup_UUIE_connectionParameters::do_clone() const {
+    return new Setup_UUIE_connectionParameters(*this);
+}
+
+// ScnConnectionType
+const void* const ScnConnectionType::selectionInfos[7] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const ScnConnectionType::selectionNames[7] = {
+    "unknown",
+    "bChannel",
+    "hybrid2x64",
+    "hybrid384",
+    "hybrid1536",
+    "hybrid1920",
+    "multirate",
+};
+const ScnConnectionType::InfoType ScnConnectionType::theInfo = {&ScnConnectionType::create, 0, true, selectionInfos, 7, 7, 0, selectionNames};
+ASN1::AbstractData* ScnConnectionType::create(const void* info) {
+    return new ScnConnectionType(info);
+}
+ASN1::AbstractData* ScnConnectionType::do_clone() const {
+    return new ScnConnectionType(*this);
+}
+
+// ScnConnectionAggregation
+const void* const ScnConnectionAggregation::selectionInfos[6] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const ScnConnectionAggregation::selectionNames[6] = {
+    "auto",
+    "none",
+    "h221",
+    "bonded-mode1",
+    "bonded-mode2",
+    "bonded-mode3",
+};
+const ScnConnectionAggregation::InfoType ScnConnectionAggregation::theInfo = {&ScnConnectionAggregation::create, 0, true, selectionInfos, 6, 6, 0, selectionNames};
+ASN1::AbstractData* ScnConnectionAggregation::create(const void* info) {
+    return new ScnConnectionAggregation(info);
+}
+ASN1::AbstractData* ScnConnectionAggregation::do_clone() const {
+    return new ScnConnectionAggregation(*this);
+}
+
+// PresentationIndicator
+const void* const PresentationIndicator::selectionInfos[3] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const PresentationIndicator::selectionNames[3] = {
+    "presentationAllowed",
+    "presentationRestricted",
+    "addressNotAvailable",
+};
+const PresentationIndicator::InfoType PresentationIndicator::theInfo = {&PresentationIndicator::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* PresentationIndicator::create(const void* info) {
+    return new PresentationIndicator(info);
+}
+ASN1::AbstractData* PresentationIndicator::do_clone() const {
+    return new PresentationIndicator(*this);
+}
+
+// ScreeningIndicator
+const char* const ScreeningIndicator::names[4] = {"userProvidedNotScreened", "userProvidedVerifiedAndPassed", "userProvidedVerifiedAndFailed", "networkProvided"};
+const ScreeningIndicator::InfoType ScreeningIndicator::theInfo = {&ScreeningIndicator::create, 10, true, 3, names};
+ASN1::AbstractData* ScreeningIndicator::create(const void* info) {
+    return new ScreeningIndicator(info);
+}
+ASN1::AbstractData* ScreeningIndicator::do_clone() const {
+    return new ScreeningIndicator(*this);
+}
+
+// Facility-UUIE
+const void* const Facility_UUIE::fieldInfos[21] = {
+    &ProtocolIdentifier::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &ConferenceIdentifier::theInfo,
+    &FacilityReason::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &AliasAddress::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ConferenceList, ASN1::EmptyConstraint>::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::SEQUENCE_OF<ServiceControlSession, ASN1::EmptyConstraint>::theInfo,
+    &CircuitInfo::theInfo,
+    &FeatureSet::theInfo,
+    &EndpointType::theInfo,
+    &H245Security::theInfo,
+};
+const int Facility_UUIE::fieldIds[21] = {-1, 0, 1, 2, -1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const Facility_UUIE::fieldNames[21] = {
+    "protocolIdentifier",
+    "alternativeAddress",
+    "alternativeAliasAddress",
+    "conferenceID",
+    "reason",
+    "callIdentifier",
+    "destExtraCallInfo",
+    "remoteExtensionAddress",
+    "tokens",
+    "cryptoTokens",
+    "conferences",
+    "h245Address",
+    "fastStart",
+    "multipleCalls",
+    "maintainConnection",
+    "fastConnectRefused",
+    "serviceControl",
+    "circuitInfo",
+    "featureSet",
+    "destinationInfo",
+    "h245SecurityMode",
+};
+const Facility_UUIE::InfoType Facility_UUIE::theInfo = {&Facility_UUIE::create, 16, true, fieldInfos, fieldIds, 5, 16, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* Facility_UUIE::create(const void* info) {
+    return new Facility_UUIE(info);
+}
+ASN1::AbstractData* Facility_UUIE::do_clone() const {
+    return new Facility_UUIE(*this);
+}
+
+// ConferenceList
+const void* const ConferenceList::fieldInfos[3] = {
+    &ConferenceIdentifier::theInfo,
+    &AliasAddress::theInfo,
+    &NonStandardParameter::theInfo,
+};
+const int ConferenceList::fieldIds[3] = {0, 1, 2};
+const char* const ConferenceList::fieldNames[3] = {
+    "conferenceID",
+    "conferenceAlias",
+    "nonStandardData",
+};
+const ConferenceList::InfoType ConferenceList::theInfo = {&ConferenceList::create, 16, true, fieldInfos, fieldIds, 3, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* ConferenceList::create(const void* info) {
+    return new ConferenceList(info);
+}
+ASN1::AbstractData* ConferenceList::do_clone() const {
+    return new ConferenceList(*this);
+}
+
+// FacilityReason
+const void* const FacilityReason::selectionInfos[11] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const FacilityReason::selectionNames[11] = {
+    "routeCallToGatekeeper",
+    "callForwarded",
+    "routeCallToMC",
+    "undefinedReason",
+    "conferenceListChoice",
+    "startH245",
+    "noH245",
+    "newTokens",
+    "featureSetUpdate",
+    "forwardedElements",
+    "transportedInformation",
+};
+const FacilityReason::InfoType FacilityReason::theInfo = {&FacilityReason::create, 0, true, selectionInfos, 4, 11, 0, selectionNames};
+ASN1::AbstractData* FacilityReason::create(const void* info) {
+    return new FacilityReason(info);
+}
+ASN1::AbstractData* FacilityReason::do_clone() const {
+    return new FacilityReason(*this);
+}
+
+// Progress-UUIE
+const void* const Progress_UUIE::fieldInfos[11] = {
+    &ProtocolIdentifier::theInfo,
+    &EndpointType::theInfo,
+    &TransportAddress::theInfo,
+    &CallIdentifier::theInfo,
+    &H245Security::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::OCTET_STRING, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Null::theInfo,
+};
+const int Progress_UUIE::fieldIds[11] = {-1, -1, 0, -1, 1, 2, 3, 4, 0, 0, 0};
+const char* const Progress_UUIE::fieldNames[11] = {
+    "protocolIdentifier",
+    "destinationInfo",
+    "h245Address",
+    "callIdentifier",
+    "h245SecurityMode",
+    "tokens",
+    "cryptoTokens",
+    "fastStart",
+    "multipleCalls",
+    "maintainConnection",
+    "fastConnectRefused",
+};
+const Progress_UUIE::InfoType Progress_UUIE::theInfo = {&Progress_UUIE::create, 16, true, fieldInfos, fieldIds, 8, 3, 5, nullptr, 0, fieldNames};
+ASN1::AbstractData* Progress_UUIE::create(const void* info) {
+    return new Progress_UUIE(info);
+}
+ASN1::AbstractData* Progress_UUIE::do_clone() const {
+    return new Progress_UUIE(*this);
+}
+
+// TransportAddress
+const void* const TransportAddress::selectionInfos[7] = {
+    &TransportAddress_ipAddress::theInfo,
+    &TransportAddress_ipSourceRoute::theInfo,
+    &TransportAddress_ipxAddress::theInfo,
+    &TransportAddress_ip6Address::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 20u>>::theInfo,
+    &NonStandardParameter::theInfo,
+};
+const char* const TransportAddress::selectionNames[7] = {
+    "ipAddress",
+    "ipSourceRoute",
+    "ipxAddress",
+    "ip6Address",
+    "netBios",
+    "nsap",
+    "nonStandardAddress",
+};
+const TransportAddress::InfoType TransportAddress::theInfo = {&TransportAddress::create, 0, true, selectionInfos, 7, 7, 0, selectionNames};
+ASN1::AbstractData* TransportAddress::create(const void* info) {
+    return new TransportAddress(info);
+}
+ASN1::AbstractData* TransportAddress::do_clone() const {
+    return new TransportAddress(*this);
+}
+
+// TransportAddress.ipAddress
+const void* const TransportAddress_ipAddress::fieldInfos[2] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int TransportAddress_ipAddress::fieldIds[2] = {-1, -1};
+const char* const TransportAddress_ipAddress::fieldNames[2] = {
+    "ip",
+    "port",
+};
+const TransportAddress_ipAddress::InfoType TransportAddress_ipAddress::theInfo = {&TransportAddress_ipAddress::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* TransportAddress_ipAddress::create(const void* info) {
+    return new TransportAddress_ipAddress(info);
+}
+ASN1::AbstractData* TransportAddress_ipAddress::do_clone() const {
+    return new TransportAddress_ipAddress(*this);
+}
+
+// TransportAddress.ipSourceRoute
+const void* const TransportAddress_ipSourceRoute::fieldInfos[4] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>, ASN1::EmptyConstraint>::theInfo,
+    &TransportAddress_ipSourceRoute_routing::theInfo,
+};
+const int TransportAddress_ipSourceRoute::fieldIds[4] = {-1, -1, -1, -1};
+const char* const TransportAddress_ipSourceRoute::fieldNames[4] = {
+    "ip",
+    "port",
+    "route",
+    "routing",
+};
+const TransportAddress_ipSourceRoute::InfoType TransportAddress_ipSourceRoute::theInfo = {&TransportAddress_ipSourceRoute::create, 16, true, fieldInfos, fieldIds, 4, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* TransportAddress_ipSourceRoute::create(const void* info) {
+    return new TransportAddress_ipSourceRoute(info);
+}
+ASN1::AbstractData* TransportAddress_ipSourceRoute::do_clone() const {
+    return new TransportAddress_ipSourceRoute(*this);
+}
+
+// TransportAddress_ipSourceRoute.routing
+const void* const TransportAddress_ipSourceRoute_routing::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const TransportAddress_ipSourceRoute_routing::selectionNames[2] = {
+    "strict",
+    "loose",
+};
+const TransportAddress_ipSourceRoute_routing::InfoType TransportAddress_ipSourceRoute_routing::theInfo = {&TransportAddress_ipSourceRoute_routing::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* TransportAddress_ipSourceRoute_routing::create(const void* info) {
+    return new TransportAddress_ipSourceRoute_routing(info);
+}
+ASN1::AbstractData* TransportAddress_ipSourceRoute_routing::do_clone() const {
+    return new TransportAddress_ipSourceRoute_routing(*this);
+}
+
+// TransportAddress.ipxAddress
+const void* const TransportAddress_ipxAddress::fieldInfos[3] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 6, 6u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 2, 2u>>::theInfo,
+};
+const int TransportAddress_ipxAddress::fieldIds[3] = {-1, -1, -1};
+const char* const TransportAddress_ipxAddress::fieldNames[3] = {
+    "node",
+    "netnum",
+    "port",
+};
+const TransportAddress_ipxAddress::InfoType TransportAddress_ipxAddress::theInfo = {&TransportAddress_ipxAddress::create, 16, false, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* TransportAddress_ipxAddress::create(const void* info) {
+    return new TransportAddress_ipxAddress(info);
+}
+ASN1::AbstractData* TransportAddress_ipxAddress::do_clone() const {
+    return new TransportAddress_ipxAddress(*this);
+}
+
+// TransportAddress.ip6Address
+const void* const TransportAddress_ip6Address::fieldInfos[2] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int TransportAddress_ip6Address::fieldIds[2] = {-1, -1};
+const char* const TransportAddress_ip6Address::fieldNames[2] = {
+    "ip",
+    "port",
+};
+const TransportAddress_ip6Address::InfoType TransportAddress_ip6Address::theInfo = {&TransportAddress_ip6Address::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* TransportAddress_ip6Address::create(const void* info) {
+    return new TransportAddress_ip6Address(info);
+}
+ASN1::AbstractData* TransportAddress_ip6Address::do_clone() const {
+    return new TransportAddress_ip6Address(*this);
+}
+
+// Status-UUIE
+const void* const Status_UUIE::fieldInfos[4] = {
+    &ProtocolIdentifier::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+};
+const int Status_UUIE::fieldIds[4] = {-1, -1, 0, 1};
+const char* const Status_UUIE::fieldNames[4] = {
+    "protocolIdentifier",
+    "callIdentifier",
+    "tokens",
+    "cryptoTokens",
+};
+const Status_UUIE::InfoType Status_UUIE::theInfo = {&Status_UUIE::create, 16, true, fieldInfos, fieldIds, 4, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* Status_UUIE::create(const void* info) {
+    return new Status_UUIE(info);
+}
+ASN1::AbstractData* Status_UUIE::do_clone() const {
+    return new Status_UUIE(*this);
+}
+
+// StatusInquiry-UUIE
+const void* const StatusInquiry_UUIE::fieldInfos[4] = {
+    &ProtocolIdentifier::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+};
+const int StatusInquiry_UUIE::fieldIds[4] = {-1, -1, 0, 1};
+const char* const StatusInquiry_UUIE::fieldNames[4] = {
+    "protocolIdentifier",
+    "callIdentifier",
+    "tokens",
+    "cryptoTokens",
+};
+const StatusInquiry_UUIE::InfoType StatusInquiry_UUIE::theInfo = {&StatusInquiry_UUIE::create, 16, true, fieldInfos, fieldIds, 4, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* StatusInquiry_UUIE::create(const void* info) {
+    return new StatusInquiry_UUIE(info);
+}
+ASN1::AbstractData* StatusInquiry_UUIE::do_clone() const {
+    return new StatusInquiry_UUIE(*this);
+}
+
+// SetupAcknowledge-UUIE
+const void* const SetupAcknowledge_UUIE::fieldInfos[4] = {
+    &ProtocolIdentifier::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+};
+const int SetupAcknowledge_UUIE::fieldIds[4] = {-1, -1, 0, 1};
+const char* const SetupAcknowledge_UUIE::fieldNames[4] = {
+    "protocolIdentifier",
+    "callIdentifier",
+    "tokens",
+    "cryptoTokens",
+};
+const SetupAcknowledge_UUIE::InfoType SetupAcknowledge_UUIE::theInfo = {&SetupAcknowledge_UUIE::create, 16, true, fieldInfos, fieldIds, 4, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* SetupAcknowledge_UUIE::create(const void* info) {
+    return new SetupAcknowledge_UUIE(info);
+}
+ASN1::AbstractData* SetupAcknowledge_UUIE::do_clone() const {
+    return new SetupAcknowledge_UUIE(*this);
+}
+
+// Notify-UUIE
+const void* const Notify_UUIE::fieldInfos[4] = {
+    &ProtocolIdentifier::theInfo,
+    &CallIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+};
+const int Notify_UUIE::fieldIds[4] = {-1, -1, 0, 1};
+const char* const Notify_UUIE::fieldNames[4] = {
+    "protocolIdentifier",
+    "callIdentifier",
+    "tokens",
+    "cryptoTokens",
+};
+const Notify_UUIE::InfoType Notify_UUIE::theInfo = {&Notify_UUIE::create, 16, true, fieldInfos, fieldIds, 4, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* Notify_UUIE::create(const void* info) {
+    return new Notify_UUIE(info);
+}
+ASN1::AbstractData* Notify_UUIE::do_clone() const {
+    return new Notify_UUIE(*this);
+}
+
+// EndpointType
+const void* const EndpointType::fieldInfos[10] = {
+    &NonStandardParameter::theInfo,
+    &VendorIdentifier::theInfo,
+    &GatekeeperInfo::theInfo,
+    &GatewayInfo::theInfo,
+    &McuInfo::theInfo,
+    &TerminalInfo::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_BIT_STRING<ASN1::SizeConstraint<2u, 32, 32u>>::theInfo,
+    &ASN1::SEQUENCE_OF<TunnelledProtocol, ASN1::EmptyConstraint>::theInfo,
+};
+const int EndpointType::fieldIds[10] = {0, 1, 2, 3, 4, 5, -1, -1, 0, 0};
+const char* const EndpointType::fieldNames[10] = {
+    "nonStandardData",
+    "vendor",
+    "gatekeeper",
+    "gateway",
+    "mcu",
+    "terminal",
+    "mc",
+    "undefinedNode",
+    "set",
+    "supportedTunnelledProtocols",
+};
+const EndpointType::InfoType EndpointType::theInfo = {&EndpointType::create, 16, true, fieldInfos, fieldIds, 8, 2, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* EndpointType::create(const void* info) {
+    return new EndpointType(info);
+}
+ASN1::AbstractData* EndpointType::do_clone() const {
+    return new EndpointType(*this);
+}
+
+// GatewayInfo
+const void* const GatewayInfo::fieldInfos[2] = {
+    &ASN1::SEQUENCE_OF<SupportedProtocols, ASN1::EmptyConstraint>::theInfo,
+    &NonStandardParameter::theInfo,
+};
+const int GatewayInfo::fieldIds[2] = {0, 1};
+const char* const GatewayInfo::fieldNames[2] = {
+    "protocol",
+    "nonStandardData",
+};
+const GatewayInfo::InfoType GatewayInfo::theInfo = {&GatewayInfo::create, 16, true, fieldInfos, fieldIds, 2, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* GatewayInfo::create(const void* info) {
+    return new GatewayInfo(info);
+}
+ASN1::AbstractData* GatewayInfo::do_clone() const {
+    return new GatewayInfo(*this);
+}
+
+// SupportedProtocols
+const void* const SupportedProtocols::selectionInfos[11] = {
+    &NonStandardParameter::theInfo,
+    &H310Caps::theInfo,
+    &H320Caps::theInfo,
+    &H321Caps::theInfo,
+    &H322Caps::theInfo,
+    &H323Caps::theInfo,
+    &H324Caps::theInfo,
+    &VoiceCaps::theInfo,
+    &T120OnlyCaps::theInfo,
+    &NonStandardProtocol::theInfo,
+    &T38FaxAnnexbOnlyCaps::theInfo,
+};
+const char* const SupportedProtocols::selectionNames[11] = {
+    "nonStandardData",
+    "h310",
+    "h320",
+    "h321",
+    "h322",
+    "h323",
+    "h324",
+    "voice",
+    "t120-only",
+    "nonStandardProtocol",
+    "t38FaxAnnexbOnly",
+};
+const SupportedProtocols::InfoType SupportedProtocols::theInfo = {&SupportedProtocols::create, 0, true, selectionInfos, 9, 11, 0, selectionNames};
+ASN1::AbstractData* SupportedProtocols::create(const void* info) {
+    return new SupportedProtocols(info);
+}
+ASN1::AbstractData* SupportedProtocols::do_clone() const {
+    return new SupportedProtocols(*this);
+}
+
+// H310Caps
+const void* const H310Caps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int H310Caps::fieldIds[3] = {0, 0, 0};
+const char* const H310Caps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const H310Caps::InfoType H310Caps::theInfo = {&H310Caps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H310Caps::create(const void* info) {
+    return new H310Caps(info);
+}
+ASN1::AbstractData* H310Caps::do_clone() const {
+    return new H310Caps(*this);
+}
+
+// H320Caps
+const void* const H320Caps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int H320Caps::fieldIds[3] = {0, 0, 0};
+const char* const H320Caps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const H320Caps::InfoType H320Caps::theInfo = {&H320Caps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H320Caps::create(const void* info) {
+    return new H320Caps(info);
+}
+ASN1::AbstractData* H320Caps::do_clone() const {
+    return new H320Caps(*this);
+}
+
+// H321Caps
+const void* const H321Caps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int H321Caps::fieldIds[3] = {0, 0, 0};
+const char* const H321Caps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const H321Caps::InfoType H321Caps::theInfo = {&H321Caps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H321Caps::create(const void* info) {
+    return new H321Caps(info);
+}
+ASN1::AbstractData* H321Caps::do_clone() const {
+    return new H321Caps(*this);
+}
+
+// H322Caps
+const void* const H322Caps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int H322Caps::fieldIds[3] = {0, 0, 0};
+const char* const H322Caps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const H322Caps::InfoType H322Caps::theInfo = {&H322Caps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H322Caps::create(const void* info) {
+    return new H322Caps(info);
+}
+ASN1::AbstractData* H322Caps::do_clone() const {
+    return new H322Caps(*this);
+}
+
+// H323Caps
+const void* const H323Caps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int H323Caps::fieldIds[3] = {0, 0, 0};
+const char* const H323Caps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const H323Caps::InfoType H323Caps::theInfo = {&H323Caps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H323Caps::create(const void* info) {
+    return new H323Caps(info);
+}
+ASN1::AbstractData* H323Caps::do_clone() const {
+    return new H323Caps(*this);
+}
+
+// H324Caps
+const void* const H324Caps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int H324Caps::fieldIds[3] = {0, 0, 0};
+const char* const H324Caps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const H324Caps::InfoType H324Caps::theInfo = {&H324Caps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H324Caps::create(const void* info) {
+    return new H324Caps(info);
+}
+ASN1::AbstractData* H324Caps::do_clone() const {
+    return new H324Caps(*this);
+}
+
+// VoiceCaps
+const void* const VoiceCaps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int VoiceCaps::fieldIds[3] = {0, 0, 0};
+const char* const VoiceCaps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const VoiceCaps::InfoType VoiceCaps::theInfo = {&VoiceCaps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* VoiceCaps::create(const void* info) {
+    return new VoiceCaps(info);
+}
+ASN1::AbstractData* VoiceCaps::do_clone() const {
+    return new VoiceCaps(*this);
+}
+
+// T120OnlyCaps
+const void* const T120OnlyCaps::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int T120OnlyCaps::fieldIds[3] = {0, 0, 0};
+const char* const T120OnlyCaps::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const T120OnlyCaps::InfoType T120OnlyCaps::theInfo = {&T120OnlyCaps::create, 16, true, fieldInfos, fieldIds, 1, 2, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* T120OnlyCaps::create(const void* info) {
+    return new T120OnlyCaps(info);
+}
+ASN1::AbstractData* T120OnlyCaps::do_clone() const {
+    return new T120OnlyCaps(*this);
+}
+
+// NonStandardProtocol
+const void* const NonStandardProtocol::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+};
+const int NonStandardProtocol::fieldIds[3] = {0, 1, -1};
+const char* const NonStandardProtocol::fieldNames[3] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+};
+const NonStandardProtocol::InfoType NonStandardProtocol::theInfo = {&NonStandardProtocol::create, 16, true, fieldInfos, fieldIds, 3, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* NonStandardProtocol::create(const void* info) {
+    return new NonStandardProtocol(info);
+}
+ASN1::AbstractData* NonStandardProtocol::do_clone() const {
+    return new NonStandardProtocol(*this);
+}
+
+// T38FaxAnnexbOnlyCaps
+const void* const T38FaxAnnexbOnlyCaps::fieldInfos[5] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<DataRate, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedPrefix, ASN1::EmptyConstraint>::theInfo,
+    &::MULTIMEDIA_SYSTEM_CONTROL::DataProtocolCapability::theInfo,
+    &::MULTIMEDIA_SYSTEM_CONTROL::T38FaxProfile::theInfo,
+};
+const int T38FaxAnnexbOnlyCaps::fieldIds[5] = {0, 1, -1, -1, -1};
+const char* const T38FaxAnnexbOnlyCaps::fieldNames[5] = {
+    "nonStandardData",
+    "dataRatesSupported",
+    "supportedPrefixes",
+    "t38FaxProtocol",
+    "t38FaxProfile",
+};
+const T38FaxAnnexbOnlyCaps::InfoType T38FaxAnnexbOnlyCaps::theInfo = {&T38FaxAnnexbOnlyCaps::create, 16, true, fieldInfos, fieldIds, 5, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* T38FaxAnnexbOnlyCaps::create(const void* info) {
+    return new T38FaxAnnexbOnlyCaps(info);
+}
+ASN1::AbstractData* T38FaxAnnexbOnlyCaps::do_clone() const {
+    return new T38FaxAnnexbOnlyCaps(*this);
+}
+
+// McuInfo
+const void* const McuInfo::fieldInfos[2] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<SupportedProtocols, ASN1::EmptyConstraint>::theInfo,
+};
+const int McuInfo::fieldIds[2] = {0, 0};
+const char* const McuInfo::fieldNames[2] = {
+    "nonStandardData",
+    "protocol",
+};
+const McuInfo::InfoType McuInfo::theInfo = {&McuInfo::create, 16, true, fieldInfos, fieldIds, 1, 1, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* McuInfo::create(const void* info) {
+    return new McuInfo(info);
+}
+ASN1::AbstractData* McuInfo::do_clone() const {
+    return new McuInfo(*this);
+}
+
+// TerminalInfo
+const void* const TerminalInfo::fieldInfos[1] = {
+    &NonStandardParameter::theInfo,
+};
+const int TerminalInfo::fieldIds[1] = {0};
+const char* const TerminalInfo::fieldNames[1] = {
+    "nonStandardData",
+};
+const TerminalInfo::InfoType TerminalInfo::theInfo = {&TerminalInfo::create, 16, true, fieldInfos, fieldIds, 1, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* TerminalInfo::create(const void* info) {
+    return new TerminalInfo(info);
+}
+ASN1::AbstractData* TerminalInfo::do_clone() const {
+    return new TerminalInfo(*this);
+}
+
+// GatekeeperInfo
+const void* const GatekeeperInfo::fieldInfos[1] = {
+    &NonStandardParameter::theInfo,
+};
+const int GatekeeperInfo::fieldIds[1] = {0};
+const char* const GatekeeperInfo::fieldNames[1] = {
+    "nonStandardData",
+};
+const GatekeeperInfo::InfoType GatekeeperInfo::theInfo = {&GatekeeperInfo::create, 16, true, fieldInfos, fieldIds, 1, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* GatekeeperInfo::create(const void* info) {
+    return new GatekeeperInfo(info);
+}
+ASN1::AbstractData* GatekeeperInfo::do_clone() const {
+    return new GatekeeperInfo(*this);
+}
+
+// VendorIdentifier
+const void* const VendorIdentifier::fieldInfos[3] = {
+    &H221NonStandard::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int VendorIdentifier::fieldIds[3] = {-1, 0, 1};
+const char* const VendorIdentifier::fieldNames[3] = {
+    "vendor",
+    "productId",
+    "versionId",
+};
+const VendorIdentifier::InfoType VendorIdentifier::theInfo = {&VendorIdentifier::create, 16, true, fieldInfos, fieldIds, 3, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* VendorIdentifier::create(const void* info) {
+    return new VendorIdentifier(info);
+}
+ASN1::AbstractData* VendorIdentifier::do_clone() const {
+    return new VendorIdentifier(*this);
+}
+
+// H221NonStandard
+const void* const H221NonStandard::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int H221NonStandard::fieldIds[3] = {-1, -1, -1};
+const char* const H221NonStandard::fieldNames[3] = {
+    "t35CountryCode",
+    "t35Extension",
+    "manufacturerCode",
+};
+const H221NonStandard::InfoType H221NonStandard::theInfo = {&H221NonStandard::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H221NonStandard::create(const void* info) {
+    return new H221NonStandard(info);
+}
+ASN1::AbstractData* H221NonStandard::do_clone() const {
+    return new H221NonStandard(*this);
+}
+
+// TunnelledProtocol
+const void* const TunnelledProtocol::fieldInfos[2] = {
+    &TunnelledProtocol_id::theInfo,
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 64u>>::theInfo,
+};
+const int TunnelledProtocol::fieldIds[2] = {-1, 0};
+const char* const TunnelledProtocol::fieldNames[2] = {
+    "id",
+    "subIdentifier",
+};
+const TunnelledProtocol::InfoType TunnelledProtocol::theInfo = {&TunnelledProtocol::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* TunnelledProtocol::create(const void* info) {
+    return new TunnelledProtocol(info);
+}
+ASN1::AbstractData* TunnelledProtocol::do_clone() const {
+    return new TunnelledProtocol(*this);
+}
+
+// TunnelledProtocol.id
+const void* const TunnelledProtocol_id::selectionInfos[2] = {
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &TunnelledProtocolAlternateIdentifier::theInfo,
+};
+const char* const TunnelledProtocol_id::selectionNames[2] = {
+    "tunnelledProtocolObjectID",
+    "tunnelledProtocolAlternateID",
+};
+const TunnelledProtocol_id::InfoType TunnelledProtocol_id::theInfo = {&TunnelledProtocol_id::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* TunnelledProtocol_id::create(const void* info) {
+    return new TunnelledProtocol_id(info);
+}
+ASN1::AbstractData* TunnelledProtocol_id::do_clone() const {
+    return new TunnelledProtocol_id(*this);
+}
+
+// TunnelledProtocolAlternateIdentifier
+const void* const TunnelledProtocolAlternateIdentifier::fieldInfos[2] = {
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 64u>>::theInfo,
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 64u>>::theInfo,
+};
+const int TunnelledProtocolAlternateIdentifier::fieldIds[2] = {-1, 0};
+const char* const TunnelledProtocolAlternateIdentifier::fieldNames[2] = {
+    "protocolType",
+    "protocolVariant",
+};
+const TunnelledProtocolAlternateIdentifier::InfoType TunnelledProtocolAlternateIdentifier::theInfo = {&TunnelledProtocolAlternateIdentifier::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* TunnelledProtocolAlternateIdentifier::create(const void* info) {
+    return new TunnelledProtocolAlternateIdentifier(info);
+}
+ASN1::AbstractData* TunnelledProtocolAlternateIdentifier::do_clone() const {
+    return new TunnelledProtocolAlternateIdentifier(*this);
+}
+
+// NonStandardParameter
+const void* const NonStandardParameter::fieldInfos[2] = {
+    &NonStandardIdentifier::theInfo,
+    &ASN1::OCTET_STRING::theInfo,
+};
+const int NonStandardParameter::fieldIds[2] = {-1, -1};
+const char* const NonStandardParameter::fieldNames[2] = {
+    "nonStandardIdentifier",
+    "data",
+};
+const NonStandardParameter::InfoType NonStandardParameter::theInfo = {&NonStandardParameter::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* NonStandardParameter::create(const void* info) {
+    return new NonStandardParameter(info);
+}
+ASN1::AbstractData* NonStandardParameter::do_clone() const {
+    return new NonStandardParameter(*this);
+}
+
+// NonStandardIdentifier
+const void* const NonStandardIdentifier::selectionInfos[2] = {
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &H221NonStandard::theInfo,
+};
+const char* const NonStandardIdentifier::selectionNames[2] = {
+    "object",
+    "h221NonStandard",
+};
+const NonStandardIdentifier::InfoType NonStandardIdentifier::theInfo = {&NonStandardIdentifier::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* NonStandardIdentifier::create(const void* info) {
+    return new NonStandardIdentifier(info);
+}
+ASN1::AbstractData* NonStandardIdentifier::do_clone() const {
+    return new NonStandardIdentifier(*this);
+}
+
+// AliasAddress
+const void* const AliasAddress::selectionInfos[7] = {
+    &AliasAddress_dialedDigits::theInfo,
+    &ASN1::Constrained_BMPString<ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 512u>>::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 512u>>::theInfo,
+    &PartyNumber::theInfo,
+    &MobileUIM::theInfo,
+};
+const char* const AliasAddress::selectionNames[7] = {
+    "dialedDigits",
+    "h323-ID",
+    "url-ID",
+    "transportID",
+    "email-ID",
+    "partyNumber",
+    "mobileUIM",
+};
+const AliasAddress::InfoType AliasAddress::theInfo = {&AliasAddress::create, 0, true, selectionInfos, 2, 7, 0, selectionNames};
+ASN1::AbstractData* AliasAddress::create(const void* info) {
+    return new AliasAddress(info);
+}
+ASN1::AbstractData* AliasAddress::do_clone() const {
+    return new AliasAddress(*this);
+}
+
+// AliasAddress.dialedDigits
+const AliasAddress_dialedDigits::InfoType AliasAddress_dialedDigits::theInfo = {&AliasAddress_dialedDigits::create, 22, (ASN1::ConstraintType)2, 1, 128u, "#*,0123456789", 13, 7, 4, 4};
+ASN1::AbstractData* AliasAddress_dialedDigits::create(const void* info) {
+    return new AliasAddress_dialedDigits(info);
+}
+ASN1::AbstractData* AliasAddress_dialedDigits::do_clone() const {
+    return new AliasAddress_dialedDigits(*this);
+}
+
+// AddressPattern
+const void* const AddressPattern::selectionInfos[2] = {
+    &AliasAddress::theInfo,
+    &AddressPattern_range::theInfo,
+};
+const char* const AddressPattern::selectionNames[2] = {
+    "wildcard",
+    "range",
+};
+const AddressPattern::InfoType AddressPattern::theInfo = {&AddressPattern::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* AddressPattern::create(const void* info) {
+    return new AddressPattern(info);
+}
+ASN1::AbstractData* AddressPattern::do_clone() const {
+    return new AddressPattern(*this);
+}
+
+// AddressPattern.range
+const void* const AddressPattern_range::fieldInfos[2] = {
+    &PartyNumber::theInfo,
+    &PartyNumber::theInfo,
+};
+const int AddressPattern_range::fieldIds[2] = {-1, -1};
+const char* const AddressPattern_range::fieldNames[2] = {
+    "startOfRange",
+    "endOfRange",
+};
+const AddressPattern_range::InfoType AddressPattern_range::theInfo = {&AddressPattern_range::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* AddressPattern_range::create(const void* info) {
+    return new AddressPattern_range(info);
+}
+ASN1::AbstractData* AddressPattern_range::do_clone() const {
+    return new AddressPattern_range(*this);
+}
+
+// PartyNumber
+const void* const PartyNumber::selectionInfos[5] = {
+    &PublicPartyNumber::theInfo,
+    &NumberDigits::theInfo,
+    &NumberDigits::theInfo,
+    &PrivatePartyNumber::theInfo,
+    &NumberDigits::theInfo,
+};
+const char* const PartyNumber::selectionNames[5] = {
+    "e164Number",
+    "dataPartyNumber",
+    "telexPartyNumber",
+    "privateNumber",
+    "nationalStandardPartyNumber",
+};
+const PartyNumber::InfoType PartyNumber::theInfo = {&PartyNumber::create, 0, true, selectionInfos, 5, 5, 0, selectionNames};
+ASN1::AbstractData* PartyNumber::create(const void* info) {
+    return new PartyNumber(info);
+}
+ASN1::AbstractData* PartyNumber::do_clone() const {
+    return new PartyNumber(*this);
+}
+
+// PublicPartyNumber
+const void* const PublicPartyNumber::fieldInfos[2] = {
+    &PublicTypeOfNumber::theInfo,
+    &NumberDigits::theInfo,
+};
+const int PublicPartyNumber::fieldIds[2] = {-1, -1};
+const char* const PublicPartyNumber::fieldNames[2] = {
+    "publicTypeOfNumber",
+    "publicNumberDigits",
+};
+const PublicPartyNumber::InfoType PublicPartyNumber::theInfo = {&PublicPartyNumber::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* PublicPartyNumber::create(const void* info) {
+    return new PublicPartyNumber(info);
+}
+ASN1::AbstractData* PublicPartyNumber::do_clone() const {
+    return new PublicPartyNumber(*this);
+}
+
+// PrivatePartyNumber
+const void* const PrivatePartyNumber::fieldInfos[2] = {
+    &PrivateTypeOfNumber::theInfo,
+    &NumberDigits::theInfo,
+};
+const int PrivatePartyNumber::fieldIds[2] = {-1, -1};
+const char* const PrivatePartyNumber::fieldNames[2] = {
+    "privateTypeOfNumber",
+    "privateNumberDigits",
+};
+const PrivatePartyNumber::InfoType PrivatePartyNumber::theInfo = {&PrivatePartyNumber::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* PrivatePartyNumber::create(const void* info) {
+    return new PrivatePartyNumber(info);
+}
+ASN1::AbstractData* PrivatePartyNumber::do_clone() const {
+    return new PrivatePartyNumber(*this);
+}
+
+// NumberDigits
+const NumberDigits::InfoType NumberDigits::theInfo = {&NumberDigits::create, 22, (ASN1::ConstraintType)2, 1, 128u, "#*,0123456789", 13, 7, 4, 4};
+ASN1::AbstractData* NumberDigits::create(const void* info) {
+    return new NumberDigits(info);
+}
+ASN1::AbstractData* NumberDigits::do_clone() const {
+    return new NumberDigits(*this);
+}
+
+// PublicTypeOfNumber
+const void* const PublicTypeOfNumber::selectionInfos[6] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const PublicTypeOfNumber::selectionNames[6] = {
+    "unknown",
+    "internationalNumber",
+    "nationalNumber",
+    "networkSpecificNumber",
+    "subscriberNumber",
+    "abbreviatedNumber",
+};
+const PublicTypeOfNumber::InfoType PublicTypeOfNumber::theInfo = {&PublicTypeOfNumber::create, 0, true, selectionInfos, 6, 6, 0, selectionNames};
+ASN1::AbstractData* PublicTypeOfNumber::create(const void* info) {
+    return new PublicTypeOfNumber(info);
+}
+ASN1::AbstractData* PublicTypeOfNumber::do_clone() const {
+    return new PublicTypeOfNumber(*this);
+}
+
+// PrivateTypeOfNumber
+const void* const PrivateTypeOfNumber::selectionInfos[6] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const PrivateTypeOfNumber::selectionNames[6] = {
+    "unknown",
+    "level2RegionalNumber",
+    "level1RegionalNumber",
+    "pISNSpecificNumber",
+    "localNumber",
+    "abbreviatedNumber",
+};
+const PrivateTypeOfNumber::InfoType PrivateTypeOfNumber::theInfo = {&PrivateTypeOfNumber::create, 0, true, selectionInfos, 6, 6, 0, selectionNames};
+ASN1::AbstractData* PrivateTypeOfNumber::create(const void* info) {
+    return new PrivateTypeOfNumber(info);
+}
+ASN1::AbstractData* PrivateTypeOfNumber::do_clone() const {
+    return new PrivateTypeOfNumber(*this);
+}
+
+// MobileUIM
+const void* const MobileUIM::selectionInfos[2] = {
+    &ANSI_41_UIM::theInfo,
+    &GSM_UIM::theInfo,
+};
+const char* const MobileUIM::selectionNames[2] = {
+    "ansi-41-uim",
+    "gsm-uim",
+};
+const MobileUIM::InfoType MobileUIM::theInfo = {&MobileUIM::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* MobileUIM::create(const void* info) {
+    return new MobileUIM(info);
+}
+ASN1::AbstractData* MobileUIM::do_clone() const {
+    return new MobileUIM(*this);
+}
+
+// TBCD-STRING
+const TBCD_STRING::InfoType TBCD_STRING::theInfo = {&TBCD_STRING::create, 22, (ASN1::ConstraintType)0, 0, 4294967295u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* TBCD_STRING::create(const void* info) {
+    return new TBCD_STRING(info);
+}
+ASN1::AbstractData* TBCD_STRING::do_clone() const {
+    return new TBCD_STRING(*this);
+}
+
+// ANSI-41-UIM
+const void* const ANSI_41_UIM::fieldInfos[12] = {
+    &ANSI_41_UIM_imsi::theInfo,
+    &ANSI_41_UIM_min::theInfo,
+    &ANSI_41_UIM_mdn::theInfo,
+    &ANSI_41_UIM_msisdn::theInfo,
+    &ANSI_41_UIM_esn::theInfo,
+    &ANSI_41_UIM_mscid::theInfo,
+    &ANSI_41_UIM_system_id::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 1u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 1u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 1u>>::theInfo,
+    &ANSI_41_UIM_sesn::theInfo,
+    &ANSI_41_UIM_soc::theInfo,
+};
+const int ANSI_41_UIM::fieldIds[12] = {0, 1, 2, 3, 4, 5, -1, 6, 7, 8, 9, 10};
+const char* const ANSI_41_UIM::fieldNames[12] = {
+    "imsi",
+    "min",
+    "mdn",
+    "msisdn",
+    "esn",
+    "mscid",
+    "system-id",
+    "systemMyTypeCode",
+    "systemAccessType",
+    "qualificationInformationCode",
+    "sesn",
+    "soc",
+};
+const ANSI_41_UIM::InfoType ANSI_41_UIM::theInfo = {&ANSI_41_UIM::create, 16, true, fieldInfos, fieldIds, 12, 0, 11, nullptr, 0, fieldNames};
+ASN1::AbstractData* ANSI_41_UIM::create(const void* info) {
+    return new ANSI_41_UIM(info);
+}
+ASN1::AbstractData* ANSI_41_UIM::do_clone() const {
+    return new ANSI_41_UIM(*this);
+}
+
+// ANSI_41_UIM.imsi
+const ANSI_41_UIM_imsi::InfoType ANSI_41_UIM_imsi::theInfo = {&ANSI_41_UIM_imsi::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_imsi::create(const void* info) {
+    return new ANSI_41_UIM_imsi(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_imsi::do_clone() const {
+    return new ANSI_41_UIM_imsi(*this);
+}
+
+// ANSI_41_UIM.min
+const ANSI_41_UIM_min::InfoType ANSI_41_UIM_min::theInfo = {&ANSI_41_UIM_min::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_min::create(const void* info) {
+    return new ANSI_41_UIM_min(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_min::do_clone() const {
+    return new ANSI_41_UIM_min(*this);
+}
+
+// ANSI_41_UIM.mdn
+const ANSI_41_UIM_mdn::InfoType ANSI_41_UIM_mdn::theInfo = {&ANSI_41_UIM_mdn::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_mdn::create(const void* info) {
+    return new ANSI_41_UIM_mdn(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_mdn::do_clone() const {
+    return new ANSI_41_UIM_mdn(*this);
+}
+
+// ANSI_41_UIM.msisdn
+const ANSI_41_UIM_msisdn::InfoType ANSI_41_UIM_msisdn::theInfo = {&ANSI_41_UIM_msisdn::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_msisdn::create(const void* info) {
+    return new ANSI_41_UIM_msisdn(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_msisdn::do_clone() const {
+    return new ANSI_41_UIM_msisdn(*this);
+}
+
+// ANSI_41_UIM.esn
+const ANSI_41_UIM_esn::InfoType ANSI_41_UIM_esn::theInfo = {&ANSI_41_UIM_esn::create, 22, (ASN1::ConstraintType)2, 16, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_esn::create(const void* info) {
+    return new ANSI_41_UIM_esn(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_esn::do_clone() const {
+    return new ANSI_41_UIM_esn(*this);
+}
+
+// ANSI_41_UIM.mscid
+const ANSI_41_UIM_mscid::InfoType ANSI_41_UIM_mscid::theInfo = {&ANSI_41_UIM_mscid::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_mscid::create(const void* info) {
+    return new ANSI_41_UIM_mscid(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_mscid::do_clone() const {
+    return new ANSI_41_UIM_mscid(*this);
+}
+
+// ANSI_41_UIM.system-id
+const void* const ANSI_41_UIM_system_id::selectionInfos[2] = {
+    &ANSI_41_UIM_system_id_sid::theInfo,
+    &ANSI_41_UIM_system_id_mid::theInfo,
+};
+const char* const ANSI_41_UIM_system_id::selectionNames[2] = {
+    "sid",
+    "mid",
+};
+const ANSI_41_UIM_system_id::InfoType ANSI_41_UIM_system_id::theInfo = {&ANSI_41_UIM_system_id::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* ANSI_41_UIM_system_id::create(const void* info) {
+    return new ANSI_41_UIM_system_id(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_system_id::do_clone() const {
+    return new ANSI_41_UIM_system_id(*this);
+}
+
+// ANSI_41_UIM_system_id.sid
+const ANSI_41_UIM_system_id_sid::InfoType ANSI_41_UIM_system_id_sid::theInfo = {&ANSI_41_UIM_system_id_sid::create, 22, (ASN1::ConstraintType)2, 1, 4u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_system_id_sid::create(const void* info) {
+    return new ANSI_41_UIM_system_id_sid(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_system_id_sid::do_clone() const {
+    return new ANSI_41_UIM_system_id_sid(*this);
+}
+
+// ANSI_41_UIM_system_id.mid
+const ANSI_41_UIM_system_id_mid::InfoType ANSI_41_UIM_system_id_mid::theInfo = {&ANSI_41_UIM_system_id_mid::create, 22, (ASN1::ConstraintType)2, 1, 4u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_system_id_mid::create(const void* info) {
+    return new ANSI_41_UIM_system_id_mid(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_system_id_mid::do_clone() const {
+    return new ANSI_41_UIM_system_id_mid(*this);
+}
+
+// ANSI_41_UIM.sesn
+const ANSI_41_UIM_sesn::InfoType ANSI_41_UIM_sesn::theInfo = {&ANSI_41_UIM_sesn::create, 22, (ASN1::ConstraintType)2, 16, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_sesn::create(const void* info) {
+    return new ANSI_41_UIM_sesn(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_sesn::do_clone() const {
+    return new ANSI_41_UIM_sesn(*this);
+}
+
+// ANSI_41_UIM.soc
+const ANSI_41_UIM_soc::InfoType ANSI_41_UIM_soc::theInfo = {&ANSI_41_UIM_soc::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* ANSI_41_UIM_soc::create(const void* info) {
+    return new ANSI_41_UIM_soc(info);
+}
+ASN1::AbstractData* ANSI_41_UIM_soc::do_clone() const {
+    return new ANSI_41_UIM_soc(*this);
+}
+
+// GSM-UIM
+const void* const GSM_UIM::fieldInfos[6] = {
+    &GSM_UIM_imsi::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 4u>>::theInfo,
+    &GSM_UIM_msisdn::theInfo,
+    &GSM_UIM_imei::theInfo,
+    &GSM_UIM_hplmn::theInfo,
+    &GSM_UIM_vplmn::theInfo,
+};
+const int GSM_UIM::fieldIds[6] = {0, 1, 2, 3, 4, 5};
+const char* const GSM_UIM::fieldNames[6] = {
+    "imsi",
+    "tmsi",
+    "msisdn",
+    "imei",
+    "hplmn",
+    "vplmn",
+};
+const GSM_UIM::InfoType GSM_UIM::theInfo = {&GSM_UIM::create, 16, true, fieldInfos, fieldIds, 6, 0, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* GSM_UIM::create(const void* info) {
+    return new GSM_UIM(info);
+}
+ASN1::AbstractData* GSM_UIM::do_clone() const {
+    return new GSM_UIM(*this);
+}
+
+// GSM_UIM.imsi
+const GSM_UIM_imsi::InfoType GSM_UIM_imsi::theInfo = {&GSM_UIM_imsi::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* GSM_UIM_imsi::create(const void* info) {
+    return new GSM_UIM_imsi(info);
+}
+ASN1::AbstractData* GSM_UIM_imsi::do_clone() const {
+    return new GSM_UIM_imsi(*this);
+}
+
+// GSM_UIM.msisdn
+const GSM_UIM_msisdn::InfoType GSM_UIM_msisdn::theInfo = {&GSM_UIM_msisdn::create, 22, (ASN1::ConstraintType)2, 3, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* GSM_UIM_msisdn::create(const void* info) {
+    return new GSM_UIM_msisdn(info);
+}
+ASN1::AbstractData* GSM_UIM_msisdn::do_clone() const {
+    return new GSM_UIM_msisdn(*this);
+}
+
+// GSM_UIM.imei
+const GSM_UIM_imei::InfoType GSM_UIM_imei::theInfo = {&GSM_UIM_imei::create, 22, (ASN1::ConstraintType)2, 15, 16u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* GSM_UIM_imei::create(const void* info) {
+    return new GSM_UIM_imei(info);
+}
+ASN1::AbstractData* GSM_UIM_imei::do_clone() const {
+    return new GSM_UIM_imei(*this);
+}
+
+// GSM_UIM.hplmn
+const GSM_UIM_hplmn::InfoType GSM_UIM_hplmn::theInfo = {&GSM_UIM_hplmn::create, 22, (ASN1::ConstraintType)2, 1, 4u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* GSM_UIM_hplmn::create(const void* info) {
+    return new GSM_UIM_hplmn(info);
+}
+ASN1::AbstractData* GSM_UIM_hplmn::do_clone() const {
+    return new GSM_UIM_hplmn(*this);
+}
+
+// GSM_UIM.vplmn
+const GSM_UIM_vplmn::InfoType GSM_UIM_vplmn::theInfo = {&GSM_UIM_vplmn::create, 22, (ASN1::ConstraintType)2, 1, 4u, "#*0123456789abc", 15, 7, 4, 4};
+ASN1::AbstractData* GSM_UIM_vplmn::create(const void* info) {
+    return new GSM_UIM_vplmn(info);
+}
+ASN1::AbstractData* GSM_UIM_vplmn::do_clone() const {
+    return new GSM_UIM_vplmn(*this);
+}
+
+// ExtendedAliasAddress
+const void* const ExtendedAliasAddress::fieldInfos[3] = {
+    &AliasAddress::theInfo,
+    &PresentationIndicator::theInfo,
+    &ScreeningIndicator::theInfo,
+};
+const int ExtendedAliasAddress::fieldIds[3] = {-1, 0, 1};
+const char* const ExtendedAliasAddress::fieldNames[3] = {
+    "address",
+    "presentationIndicator",
+    "screeningIndicator",
+};
+const ExtendedAliasAddress::InfoType ExtendedAliasAddress::theInfo = {&ExtendedAliasAddress::create, 16, true, fieldInfos, fieldIds, 3, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* ExtendedAliasAddress::create(const void* info) {
+    return new ExtendedAliasAddress(info);
+}
+ASN1::AbstractData* ExtendedAliasAddress::do_clone() const {
+    return new ExtendedAliasAddress(*this);
+}
+
+// Endpoint
+const void* const Endpoint::fieldInfos[11] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<TransportAddress, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<TransportAddress, ASN1::EmptyConstraint>::theInfo,
+    &EndpointType::theInfo,
+    &ASN1::SEQUENCE_OF<::H235_SECURITY_MESSAGES::ClearToken, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CryptoH323Token, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 127u>::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<AliasAddress, ASN1::EmptyConstraint>::theInfo,
+    &AlternateTransportAddresses::theInfo,
+};
+const int Endpoint::fieldIds[11] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0};
+const char* const Endpoint::fieldNames[11] = {
+    "nonStandardData",
+    "aliasAddress",
+    "callSignalAddress",
+    "rasAddress",
+    "endpointType",
+    "tokens",
+    "cryptoTokens",
+    "priority",
+    "remoteExtensionAddress",
+    "destExtraCallInfo",
+    "alternateTransportAddresses",
+};
+const Endpoint::InfoType Endpoint::theInfo = {&Endpoint::create, 16, true, fieldInfos, fieldIds, 10, 1, 10, nullptr, 0, fieldNames};
+ASN1::AbstractData* Endpoint::create(const void* info) {
+    return new Endpoint(info);
+}
+ASN1::AbstractData* Endpoint::do_clone() const {
+    return new Endpoint(*this);
+}
+
+// AlternateTransportAddresses
+const void* const AlternateTransportAddresses::fieldInfos[1] = {
+    &ASN1::SEQUENCE_OF<TransportAddress, ASN1::EmptyConstraint>::theInfo,
+};
+const int AlternateTransportAddresses::fieldIds[1] = {0};
+const char* const AlternateTransportAddresses::fieldNames[1] = {
+    "annexE",
+};
+const AlternateTransportAddresses::InfoType AlternateTransportAddresses::theInfo = {&AlternateTransportAddresses::create, 16, true, fieldInfos, fieldIds, 1, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* AlternateTransportAddresses::create(const void* info) {
+    return new AlternateTransportAddresses(info);
+}
+ASN1::AbstractData* AlternateTransportAddresses::do_clone() const {
+    return new AlternateTransportAddresses(*this);
+}
+
+// UseSpecifiedTransport
+const void* const UseSpecifiedTransport::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const UseSpecifiedTransport::selectionNames[2] = {
+    "tcp",
+    "annexE",
+};
+const UseSpecifiedTransport::InfoType UseSpecifiedTransport::theInfo = {&UseSpecifiedTransport::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* UseSpecifiedTransport::create(const void* info) {
+    return new UseSpecifiedTransport(info);
+}
+ASN1::AbstractData* UseSpecifiedTransport::do_clone() const {
+    return new UseSpecifiedTransport(*this);
+}
+
+// AlternateGK
+const void* const AlternateGK::fieldInfos[4] = {
+    &TransportAddress::theInfo,
+    &GatekeeperIdentifier::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 127u>::theInfo,
+};
+const int AlternateGK::fieldIds[4] = {-1, 0, -1, -1};
+const char* const AlternateGK::fieldNames[4] = {
+    "rasAddress",
+    "gatekeeperIdentifier",
+    "needToRegister",
+    "priority",
+};
+const AlternateGK::InfoType AlternateGK::theInfo = {&AlternateGK::create, 16, true, fieldInfos, fieldIds, 4, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* AlternateGK::create(const void* info) {
+    return new AlternateGK(info);
+}
+ASN1::AbstractData* AlternateGK::do_clone() const {
+    return new AlternateGK(*this);
+}
+
+// AltGKInfo
+const void* const AltGKInfo::fieldInfos[2] = {
+    &ASN1::SEQUENCE_OF<AlternateGK, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int AltGKInfo::fieldIds[2] = {-1, -1};
+const char* const AltGKInfo::fieldNames[2] = {
+    "alternateGatekeeper",
+    "altGKisPermanent",
+};
+const AltGKInfo::InfoType AltGKInfo::theInfo = {&AltGKInfo::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* AltGKInfo::create(const void* info) {
+    return new AltGKInfo(info);
+}
+ASN1::AbstractData* AltGKInfo::do_clone() const {
+    return new AltGKInfo(*this);
+}
+
+// SecurityServiceMode
+const void* const SecurityServiceMode::selectionInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const SecurityServiceMode::selectionNames[3] = {
+    "nonStandard",
+    "none",
+    "default",
+};
+const SecurityServiceMode::InfoType SecurityServiceMode::theInfo = {&SecurityServiceMode::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* SecurityServiceMode::create(const void* info) {
+    return new SecurityServiceMode(info);
+}
+ASN1::AbstractData* SecurityServiceMode::do_clone() const {
+    return new SecurityServiceMode(*this);
+}
+
+// SecurityCapabilities
+const void* const SecurityCapabilities::fieldInfos[4] = {
+    &NonStandardParameter::theInfo,
+    &SecurityServiceMode::theInfo,
+    &SecurityServiceMode::theInfo,
+    &SecurityServiceMode::theInfo,
+};
+const int SecurityCapabilities::fieldIds[4] = {0, -1, -1, -1};
+const char* const SecurityCapabilities::fieldNames[4] = {
+    "nonStandard",
+    "encryption",
+    "authenticaton",
+    "integrity",
+};
+const SecurityCapabilities::InfoType SecurityCapabilities::theInfo = {&SecurityCapabilities::create, 16, true, fieldInfos, fieldIds, 4, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* SecurityCapabilities::create(const void* info) {
+    return new SecurityCapabilities(info);
+}
+ASN1::AbstractData* SecurityCapabilities::do_clone() const {
+    return new SecurityCapabilities(*this);
+}
+
+// H245Security
+const void* const H245Security::selectionInfos[4] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Null::theInfo,
+    &SecurityCapabilities::theInfo,
+    &SecurityCapabilities::theInfo,
+};
+const char* const H245Security::selectionNames[4] = {
+    "nonStandard",
+    "noSecurity",
+    "tls",
+    "ipsec",
+};
+const H245Security::InfoType H245Security::theInfo = {&H245Security::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* H245Security::create(const void* info) {
+    return new H245Security(info);
+}
+ASN1::AbstractData* H245Security::do_clone() const {
+    return new H245Security(*this);
+}
+
+// QseriesOptions
+const void* const QseriesOptions::fieldInfos[8] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &Q954Details::theInfo,
+};
+const int QseriesOptions::fieldIds[8] = {-1, -1, -1, -1, -1, -1, -1, -1};
+const char* const QseriesOptions::fieldNames[8] = {
+    "q932Full",
+    "q951Full",
+    "q952Full",
+    "q953Full",
+    "q955Full",
+    "q956Full",
+    "q957Full",
+    "q954Info",
+};
+const QseriesOptions::InfoType QseriesOptions::theInfo = {&QseriesOptions::create, 16, true, fieldInfos, fieldIds, 8, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* QseriesOptions::create(const void* info) {
+    return new QseriesOptions(info);
+}
+ASN1::AbstractData* QseriesOptions::do_clone() const {
+    return new QseriesOptions(*this);
+}
+
+// Q954Details
+const void* const Q954Details::fieldInfos[2] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int Q954Details::fieldIds[2] = {-1, -1};
+const char* const Q954Details::fieldNames[2] = {
+    "conferenceCalling",
+    "threePartyService",
+};
+const Q954Details::InfoType Q954Details::theInfo = {&Q954Details::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* Q954Details::create(const void* info) {
+    return new Q954Details(info);
+}
+ASN1::AbstractData* Q954Details::do_clone() const {
+    return new Q954Details(*this);
+}
+
+// GloballyUniqueID
+const GloballyUniqueID::InfoType GloballyUniqueID::theInfo = {&GloballyUniqueID::create, 4, (ASN1::ConstraintType)2, 16, 16u};
+ASN1::AbstractData* GloballyUniqueID::create(const void* info) {
+    return new GloballyUniqueID(info);
+}
+ASN1::AbstractData* GloballyUniqueID::do_clone() const {
+    return new GloballyUniqueID(*this);
+}
+
+// RequestSeqNum
+const RequestSeqNum::InfoType RequestSeqNum::theInfo = {&RequestSeqNum::create, 2, (ASN1::ConstraintType)2, 1, 65535u};
+ASN1::AbstractData* RequestSeqNum::create(const void* info) {
+    return new RequestSeqNum(info);
+}
+ASN1::AbstractData* RequestSeqNum::do_clone() const {
+    return new RequestSeqNum(*this);
+}
+
+// GatekeeperIdentifier
+const GatekeeperIdentifier::InfoType GatekeeperIdentifier::theInfo = {&GatekeeperIdentifier::create, 30, (ASN1::ConstraintType)2, 1, 128u, 0, 65535, 16, 16};
+ASN1::AbstractData* GatekeeperIdentifier::create(const void* info) {
+    return new GatekeeperIdentifier(info);
+}
+ASN1::AbstractData* GatekeeperIdentifier::do_clone() const {
+    return new GatekeeperIdentifier(*this);
+}
+
+// BandWidth
+const BandWidth::InfoType BandWidth::theInfo = {&BandWidth::create, 2, (ASN1::ConstraintType)2, 0, 4294967295u};
+ASN1::AbstractData* BandWidth::create(const void* info) {
+    return new BandWidth(info);
+}
+ASN1::AbstractData* BandWidth::do_clone() const {
+    return new BandWidth(*this);
+}
+
+// CallReferenceValue
+const CallReferenceValue::InfoType CallReferenceValue::theInfo = {&CallReferenceValue::create, 2, (ASN1::ConstraintType)2, 0, 65535u};
+ASN1::AbstractData* CallReferenceValue::create(const void* info) {
+    return new CallReferenceValue(info);
+}
+ASN1::AbstractData* CallReferenceValue::do_clone() const {
+    return new CallReferenceValue(*this);
+}
+
+// EndpointIdentifier
+const EndpointIdentifier::InfoType EndpointIdentifier::theInfo = {&EndpointIdentifier::create, 30, (ASN1::ConstraintType)2, 1, 128u, 0, 65535, 16, 16};
+ASN1::AbstractData* EndpointIdentifier::create(const void* info) {
+    return new EndpointIdentifier(info);
+}
+ASN1::AbstractData* EndpointIdentifier::do_clone() const {
+    return new EndpointIdentifier(*this);
+}
+
+// ProtocolIdentifier
+const ProtocolIdentifier::InfoType ProtocolIdentifier::theInfo = {&ProtocolIdentifier::create, 6};
+ASN1::AbstractData* ProtocolIdentifier::create(const void* info) {
+    return new ProtocolIdentifier(info);
+}
+ASN1::AbstractData* ProtocolIdentifier::do_clone() const {
+    return new ProtocolIdentifier(*this);
+}
+
+// TimeToLive
+const TimeToLive::InfoType TimeToLive::theInfo = {&TimeToLive::create, 2, (ASN1::ConstraintType)2, 1, 4294967295u};
+ASN1::AbstractData* TimeToLive::create(const void* info) {
+    return new TimeToLive(info);
+}
+ASN1::AbstractData* TimeToLive::do_clone() const {
+    return new TimeToLive(*this);
+}
+
+// H248PackagesDescriptor
+const H248PackagesDescriptor::InfoType H248PackagesDescriptor::theInfo = {&H248PackagesDescriptor::create, 4, (ASN1::ConstraintType)0, 0, 4294967295u};
+ASN1::AbstractData* H248PackagesDescriptor::create(const void* info) {
+    return new H248PackagesDescriptor(info);
+}
+ASN1::AbstractData* H248PackagesDescriptor::do_clone() const {
+    return new H248PackagesDescriptor(*this);
+}
+
+// H248SignalsDescriptor
+const H248SignalsDescriptor::InfoType H248SignalsDescriptor::theInfo = {&H248SignalsDescriptor::create, 4, (ASN1::ConstraintType)0, 0, 4294967295u};
+ASN1::AbstractData* H248SignalsDescriptor::create(const void* info) {
+    return new H248SignalsDescriptor(info);
+}
+ASN1::AbstractData* H248SignalsDescriptor::do_clone() const {
+    return new H248SignalsDescriptor(*this);
+}
+
+// GenericData
+const void* const GenericData::fieldInfos[2] = {
+    &GenericIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<EnumeratedParameter, ASN1::SizeConstraint<2u, 1, 512u>>::theInfo,
+};
+const int GenericData::fieldIds[2] = {-1, 0};
+const char* const GenericData::fieldNames[2] = {
+    "id",
+    "parameters",
+};
+const GenericData::InfoType GenericData::theInfo = {&GenericData::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* GenericData::create(const void* info) {
+    return new GenericData(info);
+}
+ASN1::AbstractData* GenericData::do_clone() const {
+    return new GenericData(*this);
+}
+
+// CallIdentifier
+const void* const CallIdentifier::fieldInfos[1] = {
+    &GloballyUniqueID::theInfo,
+};
+const int CallIdentifier::fieldIds[1] = {-1};
+const char* const CallIdentifier::fieldNames[1] = {
+    "guid",
+};
+const CallIdentifier::InfoType CallIdentifier::theInfo = {&CallIdentifier::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallIdentifier::create(const void* info) {
+    return new CallIdentifier(info);
+}
+ASN1::AbstractData* CallIdentifier::do_clone() const {
+    return new CallIdentifier(*this);
+}
+
+// EncryptIntAlg
+const void* const EncryptIntAlg::selectionInfos[2] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+};
+const char* const EncryptIntAlg::selectionNames[2] = {
+    "nonStandard",
+    "isoAlgorithm",
+};
+const EncryptIntAlg::InfoType EncryptIntAlg::theInfo = {&EncryptIntAlg::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* EncryptIntAlg::create(const void* info) {
+    return new EncryptIntAlg(info);
+}
+ASN1::AbstractData* EncryptIntAlg::do_clone() const {
+    return new EncryptIntAlg(*this);
+}
+
+// NonIsoIntegrityMechanism
+const void* const NonIsoIntegrityMechanism::selectionInfos[4] = {
+    &ASN1::Null::theInfo,
+    &EncryptIntAlg::theInfo,
+    &EncryptIntAlg::theInfo,
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+};
+const char* const NonIsoIntegrityMechanism::selectionNames[4] = {
+    "hMAC-MD5",
+    "hMAC-iso10118-2-s",
+    "hMAC-iso10118-2-l",
+    "hMAC-iso10118-3",
+};
+const NonIsoIntegrityMechanism::InfoType NonIsoIntegrityMechanism::theInfo = {&NonIsoIntegrityMechanism::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* NonIsoIntegrityMechanism::create(const void* info) {
+    return new NonIsoIntegrityMechanism(info);
+}
+ASN1::AbstractData* NonIsoIntegrityMechanism::do_clone() const {
+    return new NonIsoIntegrityMechanism(*this);
+}
+
+// IntegrityMechanism
+const void* const IntegrityMechanism::selectionInfos[4] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &NonIsoIntegrityMechanism::theInfo,
+};
+const char* const IntegrityMechanism::selectionNames[4] = {
+    "nonStandard",
+    "digSig",
+    "iso9797",
+    "nonIsoIM",
+};
+const IntegrityMechanism::InfoType IntegrityMechanism::theInfo = {&IntegrityMechanism::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* IntegrityMechanism::create(const void* info) {
+    return new IntegrityMechanism(info);
+}
+ASN1::AbstractData* IntegrityMechanism::do_clone() const {
+    return new IntegrityMechanism(*this);
+}
+
+// ICV
+const void* const ICV::fieldInfos[2] = {
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &ASN1::BIT_STRING::theInfo,
+};
+const int ICV::fieldIds[2] = {-1, -1};
+const char* const ICV::fieldNames[2] = {
+    "algorithmOID",
+    "icv",
+};
+const ICV::InfoType ICV::theInfo = {&ICV::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* ICV::create(const void* info) {
+    return new ICV(info);
+}
+ASN1::AbstractData* ICV::do_clone() const {
+    return new ICV(*this);
+}
+
+// CryptoH323Token
+const void* const CryptoH323Token::selectionInfos[8] = {
+    &CryptoH323Token_cryptoEPPwdHash::theInfo,
+    &CryptoH323Token_cryptoGKPwdHash::theInfo,
+    &::H235_SECURITY_MESSAGES::ENCRYPTED<::H235_SECURITY_MESSAGES::EncodedPwdCertToken>::theInfo,
+    &::H235_SECURITY_MESSAGES::ENCRYPTED<::H235_SECURITY_MESSAGES::EncodedPwdCertToken>::theInfo,
+    &::H235_SECURITY_MESSAGES::SIGNED<::H235_SECURITY_MESSAGES::EncodedPwdCertToken>::theInfo,
+    &::H235_SECURITY_MESSAGES::SIGNED<::H235_SECURITY_MESSAGES::EncodedPwdCertToken>::theInfo,
+    &::H235_SECURITY_MESSAGES::SIGNED<EncodedFastStartToken>::theInfo,
+    &::H235_SECURITY_MESSAGES::CryptoToken::theInfo,
+};
+const char* const CryptoH323Token::selectionNames[8] = {
+    "cryptoEPPwdHash",
+    "cryptoGKPwdHash",
+    "cryptoEPPwdEncr",
+    "cryptoGKPwdEncr",
+    "cryptoEPCert",
+    "cryptoGKCert",
+    "cryptoFastStart",
+    "nestedcryptoToken",
+};
+const CryptoH323Token::InfoType CryptoH323Token::theInfo = {&CryptoH323Token::create, 0, true, selectionInfos, 8, 8, 0, selectionNames};
+ASN1::AbstractData* CryptoH323Token::create(const void* info) {
+    return new CryptoH323Token(info);
+}
+ASN1::AbstractData* CryptoH323Token::do_clone() const {
+    return new CryptoH323Token(*this);
+}
+
+// CryptoH323Token.cryptoEPPwdHash
+const void* const CryptoH323Token_cryptoEPPwdHash::fieldInfos[3] = {
+    &AliasAddress::theInfo,
+    &::H235_SECURITY_MESSAGES::TimeStamp::theInfo,
+    &::H235_SECURITY_MESSAGES::HASHED<::H235_SECURITY_MESSAGES::EncodedPwdCertToken>::theInfo,
+};
+const int CryptoH323Token_cryptoEPPwdHash::fieldIds[3] = {-1, -1, -1};
+const char* const CryptoH323Token_cryptoEPPwdHash::fieldNames[3] = {
+    "alias",
+    "timeStamp",
+    "token",
+};
+const CryptoH323Token_cryptoEPPwdHash::InfoType CryptoH323Token_cryptoEPPwdHash::theInfo = {&CryptoH323Token_cryptoEPPwdHash::create, 16, false, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CryptoH323Token_cryptoEPPwdHash::create(const void* info) {
+    return new CryptoH323Token_cryptoEPPwdHash(info);
+}
+ASN1::AbstractData* CryptoH323Token_cryptoEPPwdHash::do_clone() const {
+    return new CryptoH323Token_cryptoEPPwdHash(*this);
+}
+
+// CryptoH323Token.cryptoGKPwdHash
+const void* const CryptoH323Token_cryptoGKPwdHash::fieldInfos[3] = {
+    &GatekeeperIdentifier::theInfo,
+    &::H235_SECURITY_MESSAGES::TimeStamp::theInfo,
+    &::H235_SECURITY_MESSAGES::HASHED<::H235_SECURITY_MESSAGES::EncodedPwdCertToken>::theInfo,
+};
+const int CryptoH323Token_cryptoGKPwdHash::fieldIds[3] = {-1, -1, -1};
+const char* const CryptoH323Token_cryptoGKPwdHash::fieldNames[3] = {
+    "gatekeeperId",
+    "timeStamp",
+    "token",
+};
+const CryptoH323Token_cryptoGKPwdHash::InfoType CryptoH323Token_cryptoGKPwdHash::theInfo = {&CryptoH323Token_cryptoGKPwdHash::create, 16, false, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CryptoH323Token_cryptoGKPwdHash::create(const void* info) {
+    return new CryptoH323Token_cryptoGKPwdHash(info);
+}
+ASN1::AbstractData* CryptoH323Token_cryptoGKPwdHash::do_clone() const {
+    return new CryptoH323Token_cryptoGKPwdHash(*this);
+}
+
+// DataRate
+const void* const DataRate::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &BandWidth::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+};
+const int DataRate::fieldIds[3] = {0, -1, 1};
+const char* const DataRate::fieldNames[3] = {
+    "nonStandardData",
+    "channelRate",
+    "channelMultiplier",
+};
+const DataRate::InfoType DataRate::theInfo = {&DataRate::create, 16, true, fieldInfos, fieldIds, 3, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* DataRate::create(const void* info) {
+    return new DataRate(info);
+}
+ASN1::AbstractData* DataRate::do_clone() const {
+    return new DataRate(*this);
+}
+
+// CallLinkage
+const void* const CallLinkage::fieldInfos[2] = {
+    &GloballyUniqueID::theInfo,
+    &GloballyUniqueID::theInfo,
+};
+const int CallLinkage::fieldIds[2] = {0, 1};
+const char* const CallLinkage::fieldNames[2] = {
+    "globalCallId",
+    "threadId",
+};
+const CallLinkage::InfoType CallLinkage::theInfo = {&CallLinkage::create, 16, true, fieldInfos, fieldIds, 2, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallLinkage::create(const void* info) {
+    return new CallLinkage(info);
+}
+ASN1::AbstractData* CallLinkage::do_clone() const {
+    return new CallLinkage(*this);
+}
+
+// SupportedPrefix
+const void* const SupportedPrefix::fieldInfos[2] = {
+    &NonStandardParameter::theInfo,
+    &AliasAddress::theInfo,
+};
+const int SupportedPrefix::fieldIds[2] = {0, -1};
+const char* const SupportedPrefix::fieldNames[2] = {
+    "nonStandardData",
+    "prefix",
+};
+const SupportedPrefix::InfoType SupportedPrefix::theInfo = {&SupportedPrefix::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* SupportedPrefix::create(const void* info) {
+    return new SupportedPrefix(info);
+}
+ASN1::AbstractData* SupportedPrefix::do_clone() const {
+    return new SupportedPrefix(*this);
+}
+
+// CapacityReportingCapability
+const void* const CapacityReportingCapability::fieldInfos[1] = {
+    &ASN1::BOOLEAN::theInfo,
+};
+const int CapacityReportingCapability::fieldIds[1] = {-1};
+const char* const CapacityReportingCapability::fieldNames[1] = {
+    "canReportCallCapacity",
+};
+const CapacityReportingCapability::InfoType CapacityReportingCapability::theInfo = {&CapacityReportingCapability::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CapacityReportingCapability::create(const void* info) {
+    return new CapacityReportingCapability(info);
+}
+ASN1::AbstractData* CapacityReportingCapability::do_clone() const {
+    return new CapacityReportingCapability(*this);
+}
+
+// CapacityReportingSpecification
+const void* const CapacityReportingSpecification::fieldInfos[1] = {
+    &CapacityReportingSpecification_when::theInfo,
+};
+const int CapacityReportingSpecification::fieldIds[1] = {-1};
+const char* const CapacityReportingSpecification::fieldNames[1] = {
+    "when",
+};
+const CapacityReportingSpecification::InfoType CapacityReportingSpecification::theInfo = {&CapacityReportingSpecification::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CapacityReportingSpecification::create(const void* info) {
+    return new CapacityReportingSpecification(info);
+}
+ASN1::AbstractData* CapacityReportingSpecification::do_clone() const {
+    return new CapacityReportingSpecification(*this);
+}
+
+// CapacityReportingSpecification.when
+const void* const CapacityReportingSpecification_when::fieldInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const int CapacityReportingSpecification_when::fieldIds[2] = {0, 1};
+const char* const CapacityReportingSpecification_when::fieldNames[2] = {
+    "callStart",
+    "callEnd",
+};
+const CapacityReportingSpecification_when::InfoType CapacityReportingSpecification_when::theInfo = {&CapacityReportingSpecification_when::create, 16, true, fieldInfos, fieldIds, 2, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* CapacityReportingSpecification_when::create(const void* info) {
+    return new CapacityReportingSpecification_when(info);
+}
+ASN1::AbstractData* CapacityReportingSpecification_when::do_clone() const {
+    return new CapacityReportingSpecification_when(*this);
+}
+
+// CallCapacity
+const void* const CallCapacity::fieldInfos[2] = {
+    &CallCapacityInfo::theInfo,
+    &CallCapacityInfo::theInfo,
+};
+const int CallCapacity::fieldIds[2] = {0, 1};
+const char* const CallCapacity::fieldNames[2] = {
+    "maximumCallCapacity",
+    "currentCallCapacity",
+};
+const CallCapacity::InfoType CallCapacity::theInfo = {&CallCapacity::create, 16, true, fieldInfos, fieldIds, 2, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallCapacity::create(const void* info) {
+    return new CallCapacity(info);
+}
+ASN1::AbstractData* CallCapacity::do_clone() const {
+    return new CallCapacity(*this);
+}
+
+// CallCapacityInfo
+const void* const CallCapacityInfo::fieldInfos[11] = {
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<CallsAvailable, ASN1::EmptyConstraint>::theInfo,
+};
+const int CallCapacityInfo::fieldIds[11] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10};
+const char* const CallCapacityInfo::fieldNames[11] = {
+    "voiceGwCallsAvailable",
+    "h310GwCallsAvailable",
+    "h320GwCallsAvailable",
+    "h321GwCallsAvailable",
+    "h322GwCallsAvailable",
+    "h323GwCallsAvailable",
+    "h324GwCallsAvailable",
+    "t120OnlyGwCallsAvailable",
+    "t38FaxAnnexbOnlyGwCallsAvailable",
+    "terminalCallsAvailable",
+    "mcuCallsAvailable",
+};
+const CallCapacityInfo::InfoType CallCapacityInfo::theInfo = {&CallCapacityInfo::create, 16, true, fieldInfos, fieldIds, 11, 0, 11, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallCapacityInfo::create(const void* info) {
+    return new CallCapacityInfo(info);
+}
+ASN1::AbstractData* CallCapacityInfo::do_clone() const {
+    return new CallCapacityInfo(*this);
+}
+
+// CallsAvailable
+const void* const CallsAvailable::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 4294967295u>::theInfo,
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 128u>>::theInfo,
+};
+const int CallsAvailable::fieldIds[2] = {-1, 0};
+const char* const CallsAvailable::fieldNames[2] = {
+    "calls",
+    "group",
+};
+const CallsAvailable::InfoType CallsAvailable::theInfo = {&CallsAvailable::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallsAvailable::create(const void* info) {
+    return new CallsAvailable(info);
+}
+ASN1::AbstractData* CallsAvailable::do_clone() const {
+    return new CallsAvailable(*this);
+}
+
+// CircuitInfo
+const void* const CircuitInfo::fieldInfos[3] = {
+    &CircuitIdentifier::theInfo,
+    &CircuitIdentifier::theInfo,
+    &ASN1::SEQUENCE_OF<GenericData, ASN1::EmptyConstraint>::theInfo,
+};
+const int CircuitInfo::fieldIds[3] = {0, 1, 2};
+const char* const CircuitInfo::fieldNames[3] = {
+    "sourceCircuitID",
+    "destinationCircuitID",
+    "genericData",
+};
+const CircuitInfo::InfoType CircuitInfo::theInfo = {&CircuitInfo::create, 16, true, fieldInfos, fieldIds, 3, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* CircuitInfo::create(const void* info) {
+    return new CircuitInfo(info);
+}
+ASN1::AbstractData* CircuitInfo::do_clone() const {
+    return new CircuitInfo(*this);
+}
+
+// CircuitIdentifier
+const void* const CircuitIdentifier::selectionInfos[2] = {
+    &CicInfo::theInfo,
+    &GroupID::theInfo,
+};
+const char* const CircuitIdentifier::selectionNames[2] = {
+    "cic",
+    "group",
+};
+const CircuitIdentifier::InfoType CircuitIdentifier::theInfo = {&CircuitIdentifier::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* CircuitIdentifier::create(const void* info) {
+    return new CircuitIdentifier(info);
+}
+ASN1::AbstractData* CircuitIdentifier::do_clone() const {
+    return new CircuitIdentifier(*this);
+}
+
+// CicInfo
+const void* const CicInfo::fieldInfos[2] = {
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 2, 4u>>, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 2, 5u>>::theInfo,
+};
+const int CicInfo::fieldIds[2] = {-1, -1};
+const char* const CicInfo::fieldNames[2] = {
+    "cic",
+    "pointCode",
+};
+const CicInfo::InfoType CicInfo::theInfo = {&CicInfo::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CicInfo::create(const void* info) {
+    return new CicInfo(info);
+}
+ASN1::AbstractData* CicInfo::do_clone() const {
+    return new CicInfo(*this);
+}
+
+// GroupID
+const void* const GroupID::fieldInfos[2] = {
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 1, 128u>>::theInfo,
+};
+const int GroupID::fieldIds[2] = {0, -1};
+const char* const GroupID::fieldNames[2] = {
+    "member",
+    "group",
+};
+const GroupID::InfoType GroupID::theInfo = {&GroupID::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* GroupID::create(const void* info) {
+    return new GroupID(info);
+}
+ASN1::AbstractData* GroupID::do_clone() const {
+    return new GroupID(*this);
+}
+
+// ServiceControlDescriptor
+const void* const ServiceControlDescriptor::selectionInfos[4] = {
+    &ASN1::Constrained_IA5String<ASN1::SizeConstraint<2u, 0, 512u>>::theInfo,
+    &H248SignalsDescriptor::theInfo,
+    &NonStandardParameter::theInfo,
+    &CallCreditServiceControl::theInfo,
+};
+const char* const ServiceControlDescriptor::selectionNames[4] = {
+    "url",
+    "signal",
+    "nonStandard",
+    "callCreditServiceControl",
+};
+const ServiceControlDescriptor::InfoType ServiceControlDescriptor::theInfo = {&ServiceControlDescriptor::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* ServiceControlDescriptor::create(const void* info) {
+    return new ServiceControlDescriptor(info);
+}
+ASN1::AbstractData* ServiceControlDescriptor::do_clone() const {
+    return new ServiceControlDescriptor(*this);
+}
+
+// ServiceControlSession
+const void* const ServiceControlSession::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ServiceControlDescriptor::theInfo,
+    &ServiceControlSession_reason::theInfo,
+};
+const int ServiceControlSession::fieldIds[3] = {-1, 0, -1};
+const char* const ServiceControlSession::fieldNames[3] = {
+    "sessionId",
+    "contents",
+    "reason",
+};
+const ServiceControlSession::InfoType ServiceControlSession::theInfo = {&ServiceControlSession::create, 16, true, fieldInfos, fieldIds, 3, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* ServiceControlSession::create(const void* info) {
+    return new ServiceControlSession(info);
+}
+ASN1::AbstractData* ServiceControlSession::do_clone() const {
+    return new ServiceControlSession(*this);
+}
+
+// ServiceControlSession.reason
+const void* const ServiceControlSession_reason::selectionInfos[3] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const ServiceControlSession_reason::selectionNames[3] = {
+    "open",
+    "refresh",
+    "close",
+};
+const ServiceControlSession_reason::InfoType ServiceControlSession_reason::theInfo = {&ServiceControlSession_reason::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* ServiceControlSession_reason::create(const void* info) {
+    return new ServiceControlSession_reason(info);
+}
+ASN1::AbstractData* ServiceControlSession_reason::do_clone() const {
+    return new ServiceControlSession_reason(*this);
+}
+
+// RasUsageInfoTypes
+const void* const RasUsageInfoTypes::fieldInfos[4] = {
+    &ASN1::SEQUENCE_OF<NonStandardParameter, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const int RasUsageInfoTypes::fieldIds[4] = {-1, 0, 1, 2};
+const char* const RasUsageInfoTypes::fieldNames[4] = {
+    "nonStandardUsageTypes",
+    "startTime",
+    "endTime",
+    "terminationCause",
+};
+const RasUsageInfoTypes::InfoType RasUsageInfoTypes::theInfo = {&RasUsageInfoTypes::create, 16, true, fieldInfos, fieldIds, 4, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* RasUsageInfoTypes::create(const void* info) {
+    return new RasUsageInfoTypes(info);
+}
+ASN1::AbstractData* RasUsageInfoTypes::do_clone() const {
+    return new RasUsageInfoTypes(*this);
+}
+
+// RasUsageSpecification
+const void* const RasUsageSpecification::fieldInfos[3] = {
+    &RasUsageSpecification_when::theInfo,
+    &RasUsageSpecification_callStartingPoint::theInfo,
+    &RasUsageInfoTypes::theInfo,
+};
+const int RasUsageSpecification::fieldIds[3] = {-1, 0, -1};
+const char* const RasUsageSpecification::fieldNames[3] = {
+    "when",
+    "callStartingPoint",
+    "required",
+};
+const RasUsageSpecification::InfoType RasUsageSpecification::theInfo = {&RasUsageSpecification::create, 16, true, fieldInfos, fieldIds, 3, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RasUsageSpecification::create(const void* info) {
+    return new RasUsageSpecification(info);
+}
+ASN1::AbstractData* RasUsageSpecification::do_clone() const {
+    return new RasUsageSpecification(*this);
+}
+
+// RasUsageSpecification.when
+const void* const RasUsageSpecification_when::fieldInfos[3] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const int RasUsageSpecification_when::fieldIds[3] = {0, 1, 2};
+const char* const RasUsageSpecification_when::fieldNames[3] = {
+    "start",
+    "end",
+    "inIrr",
+};
+const RasUsageSpecification_when::InfoType RasUsageSpecification_when::theInfo = {&RasUsageSpecification_when::create, 16, true, fieldInfos, fieldIds, 3, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* RasUsageSpecification_when::create(const void* info) {
+    return new RasUsageSpecification_when(info);
+}
+ASN1::AbstractData* RasUsageSpecification_when::do_clone() const {
+    return new RasUsageSpecification_when(*this);
+}
+
+// RasUsageSpecification.callStartingPoint
+const void* const RasUsageSpecification_callStartingPoint::fieldInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const int RasUsageSpecification_callStartingPoint::fieldIds[2] = {0, 1};
+const char* const RasUsageSpecification_callStartingPoint::fieldNames[2] = {
+    "alerting",
+    "connect",
+};
+const RasUsageSpecification_callStartingPoint::InfoType RasUsageSpecification_callStartingPoint::theInfo = {&RasUsageSpecification_callStartingPoint::create, 16, true, fieldInfos, fieldIds, 2, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* RasUsageSpecification_callStartingPoint::create(const void* info) {
+    return new RasUsageSpecification_callStartingPoint(info);
+}
+ASN1::AbstractData* RasUsageSpecification_callStartingPoint::do_clone() const {
+    return new RasUsageSpecification_callStartingPoint(*this);
+}
+
+// RasUsageInformation
+const void* const RasUsageInformation::fieldInfos[4] = {
+    &ASN1::SEQUENCE_OF<NonStandardParameter, ASN1::EmptyConstraint>::theInfo,
+    &::H235_SECURITY_MESSAGES::TimeStamp::theInfo,
+    &::H235_SECURITY_MESSAGES::TimeStamp::theInfo,
+    &::H235_SECURITY_MESSAGES::TimeStamp::theInfo,
+};
+const int RasUsageInformation::fieldIds[4] = {-1, 0, 1, 2};
+const char* const RasUsageInformation::fieldNames[4] = {
+    "nonStandardUsageFields",
+    "alertingTime",
+    "connectTime",
+    "endTime",
+};
+const RasUsageInformation::InfoType RasUsageInformation::theInfo = {&RasUsageInformation::create, 16, true, fieldInfos, fieldIds, 4, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* RasUsageInformation::create(const void* info) {
+    return new RasUsageInformation(info);
+}
+ASN1::AbstractData* RasUsageInformation::do_clone() const {
+    return new RasUsageInformation(*this);
+}
+
+// CallTerminationCause
+const void* const CallTerminationCause::selectionInfos[2] = {
+    &ReleaseCompleteReason::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 2, 32u>>::theInfo,
+};
+const char* const CallTerminationCause::selectionNames[2] = {
+    "releaseCompleteReason",
+    "releaseCompleteCauseIE",
+};
+const CallTerminationCause::InfoType CallTerminationCause::theInfo = {&CallTerminationCause::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* CallTerminationCause::create(const void* info) {
+    return new CallTerminationCause(info);
+}
+ASN1::AbstractData* CallTerminationCause::do_clone() const {
+    return new CallTerminationCause(*this);
+}
+
+// BandwidthDetails
+const void* const BandwidthDetails::fieldInfos[4] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &BandWidth::theInfo,
+    &TransportChannelInfo::theInfo,
+};
+const int BandwidthDetails::fieldIds[4] = {-1, -1, -1, -1};
+const char* const BandwidthDetails::fieldNames[4] = {
+    "sender",
+    "multicast",
+    "bandwidth",
+    "rtcpAddresses",
+};
+const BandwidthDetails::InfoType BandwidthDetails::theInfo = {&BandwidthDetails::create, 16, true, fieldInfos, fieldIds, 4, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* BandwidthDetails::create(const void* info) {
+    return new BandwidthDetails(info);
+}
+ASN1::AbstractData* BandwidthDetails::do_clone() const {
+    return new BandwidthDetails(*this);
+}
+
+// CallCreditCapability
+const void* const CallCreditCapability::fieldInfos[2] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int CallCreditCapability::fieldIds[2] = {0, 1};
+const char* const CallCreditCapability::fieldNames[2] = {
+    "canDisplayAmountString",
+    "canEnforceDurationLimit",
+};
+const CallCreditCapability::InfoType CallCreditCapability::theInfo = {&CallCreditCapability::create, 16, true, fieldInfos, fieldIds, 2, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallCreditCapability::create(const void* info) {
+    return new CallCreditCapability(info);
+}
+ASN1::AbstractData* CallCreditCapability::do_clone() const {
+    return new CallCreditCapability(*this);
+}
+
+// CallCreditServiceControl
+const void* const CallCreditServiceControl::fieldInfos[5] = {
+    &ASN1::Constrained_BMPString<ASN1::SizeConstraint<2u, 1, 512u>>::theInfo,
+    &CallCreditServiceControl_billingMode::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4294967295u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &CallCreditServiceControl_callStartingPoint::theInfo,
+};
+const int CallCreditServiceControl::fieldIds[5] = {0, 1, 2, 3, 4};
+const char* const CallCreditServiceControl::fieldNames[5] = {
+    "amountString",
+    "billingMode",
+    "callDurationLimit",
+    "enforceCallDurationLimit",
+    "callStartingPoint",
+};
+const CallCreditServiceControl::InfoType CallCreditServiceControl::theInfo = {&CallCreditServiceControl::create, 16, true, fieldInfos, fieldIds, 5, 0, 5, nullptr, 0, fieldNames};
+ASN1::AbstractData* CallCreditServiceControl::create(const void* info) {
+    return new CallCreditServiceControl(info);
+}
+ASN1::AbstractData* CallCreditServiceControl::do_clone() const {
+    return new CallCreditServiceControl(*this);
+}
+
+// CallCreditServiceControl.billingMode
+const void* const CallCreditServiceControl_billingMode::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const CallCreditServiceControl_billingMode::selectionNames[2] = {
+    "credit",
+    "debit",
+};
+const CallCreditServiceControl_billingMode::InfoType CallCreditServiceControl_billingMode::theInfo = {&CallCreditServiceControl_billingMode::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* CallCreditServiceControl_billingMode::create(const void* info) {
+    return new CallCreditServiceControl_billingMode(info);
+}
+ASN1::AbstractData* CallCreditServiceControl_billingMode::do_clone() const {
+    return new CallCreditServiceControl_billingMode(*this);
+}
+
+// CallCreditServiceControl.callStartingPoint
+const void* const CallCreditServiceControl_callStartingPoint::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const CallCreditServiceControl_callStartingPoint::selectionNames[2] = {
+    "alerting",
+    "connect",
+};
+const CallCreditServiceControl_callStartingPoint::InfoType CallCreditServiceControl_callStartingPoint::theInfo = {&CallCreditServiceControl_callStartingPoint::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* CallCreditServiceControl_callStartingPoint::create(const void* info) {
+    return new CallCreditServiceControl_callStartingPoint(info);
+}
+ASN1::AbstractData* CallCreditServiceControl_callStartingPoint::do_clone() const {
+    return new CallCreditServiceControl_callStartingPoint(*this);
+}
+
+// GenericIdentifier
+const void* const GenericIdentifier::selectionInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)3, 0, 16383u>::theInfo,
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &GloballyUniqueID::theInfo,
+};
+const char* const GenericIdentifier::selectionNames[3] = {
+    "standard",
+    "oid",
+    "nonStandard",
+};
+const GenericIdentifier::InfoType GenericIdentifier::theInfo = {&GenericIdentifier::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* GenericIdentifier::create(const void* info) {
+    return new GenericIdentifier(info);
+}
+ASN1::AbstractData* GenericIdentifier::do_clone() const {
+    return new GenericIdentifier(*this);
+}
+
 // EnumeratedParameter
 const void* const EnumeratedParameter::fieldInfos[2] = {
     &GenericIdentifier::theInfo,

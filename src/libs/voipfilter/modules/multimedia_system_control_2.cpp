@@ -3,6 +3,2458 @@
 
 namespace MULTIMEDIA_SYSTEM_CONTROL {
 
+// MultimediaSystemControlMessage
+const void* const MultimediaSystemControlMessage::selectionInfos[4] = {
+    &RequestMessage::theInfo,
+    &ResponseMessage::theInfo,
+    &CommandMessage::theInfo,
+    &IndicationMessage::theInfo,
+};
+const char* const MultimediaSystemControlMessage::selectionNames[4] = {
+    "request",
+    "response",
+    "command",
+    "indication",
+};
+const MultimediaSystemControlMessage::InfoType MultimediaSystemControlMessage::theInfo = {&MultimediaSystemControlMessage::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* MultimediaSystemControlMessage::create(const void* info) {
+    return new MultimediaSystemControlMessage(info);
+}
+ASN1::AbstractData* MultimediaSystemControlMessage::do_clone() const {
+    return new MultimediaSystemControlMessage(*this);
+}
+
+// RequestMessage
+const void* const RequestMessage::selectionInfos[15] = {
+    &NonStandardMessage::theInfo,
+    &MasterSlaveDetermination::theInfo,
+    &TerminalCapabilitySet::theInfo,
+    &OpenLogicalChannel::theInfo,
+    &CloseLogicalChannel::theInfo,
+    &RequestChannelClose::theInfo,
+    nullptr,
+    nullptr,
+    &RequestMode::theInfo,
+    &RoundTripDelayRequest::theInfo,
+    &MaintenanceLoopRequest::theInfo,
+    &CommunicationModeRequest::theInfo,
+    &ConferenceRequest::theInfo,
+    &MultilinkRequest::theInfo,
+    &LogicalChannelRateRequest::theInfo,
+};
+const char* const RequestMessage::selectionNames[15] = {
+    "nonStandard",
+    "masterSlaveDetermination",
+    "terminalCapabilitySet",
+    "openLogicalChannel",
+    "closeLogicalChannel",
+    "requestChannelClose",
+    "",
+    "",
+    "requestMode",
+    "roundTripDelayRequest",
+    "maintenanceLoopRequest",
+    "communicationModeRequest",
+    "conferenceRequest",
+    "multilinkRequest",
+    "logicalChannelRateRequest",
+};
+const RequestMessage::InfoType RequestMessage::theInfo = {&RequestMessage::create, 0, true, selectionInfos, 11, 15, 0, selectionNames};
+ASN1::AbstractData* RequestMessage::create(const void* info) {
+    return new RequestMessage(info);
+}
+ASN1::AbstractData* RequestMessage::do_clone() const {
+    return new RequestMessage(*this);
+}
+
+// ResponseMessage
+const void* const ResponseMessage::selectionInfos[24] = {
+    &NonStandardMessage::theInfo,
+    &MasterSlaveDeterminationAck::theInfo,
+    &MasterSlaveDeterminationReject::theInfo,
+    &TerminalCapabilitySetAck::theInfo,
+    &TerminalCapabilitySetReject::theInfo,
+    &OpenLogicalChannelAck::theInfo,
+    &OpenLogicalChannelReject::theInfo,
+    &CloseLogicalChannelAck::theInfo,
+    &RequestChannelCloseAck::theInfo,
+    &RequestChannelCloseReject::theInfo,
+    nullptr,
+    nullptr,
+    nullptr,
+    nullptr,
+    &RequestModeAck::theInfo,
+    &RequestModeReject::theInfo,
+    &RoundTripDelayResponse::theInfo,
+    &MaintenanceLoopAck::theInfo,
+    &MaintenanceLoopReject::theInfo,
+    &CommunicationModeResponse::theInfo,
+    &ConferenceResponse::theInfo,
+    &MultilinkResponse::theInfo,
+    &LogicalChannelRateAcknowledge::theInfo,
+    &LogicalChannelRateReject::theInfo,
+};
+const char* const ResponseMessage::selectionNames[24] = {
+    "nonStandard",
+    "masterSlaveDeterminationAck",
+    "masterSlaveDeterminationReject",
+    "terminalCapabilitySetAck",
+    "terminalCapabilitySetReject",
+    "openLogicalChannelAck",
+    "openLogicalChannelReject",
+    "closeLogicalChannelAck",
+    "requestChannelCloseAck",
+    "requestChannelCloseReject",
+    "",
+    "",
+    "",
+    "",
+    "requestModeAck",
+    "requestModeReject",
+    "roundTripDelayResponse",
+    "maintenanceLoopAck",
+    "maintenanceLoopReject",
+    "communicationModeResponse",
+    "conferenceResponse",
+    "multilinkResponse",
+    "logicalChannelRateAcknowledge",
+    "logicalChannelRateReject",
+};
+const ResponseMessage::InfoType ResponseMessage::theInfo = {&ResponseMessage::create, 0, true, selectionInfos, 19, 24, 0, selectionNames};
+ASN1::AbstractData* ResponseMessage::create(const void* info) {
+    return new ResponseMessage(info);
+}
+ASN1::AbstractData* ResponseMessage::do_clone() const {
+    return new ResponseMessage(*this);
+}
+
+// CommandMessage
+const void* const CommandMessage::selectionInfos[12] = {
+    &NonStandardMessage::theInfo,
+    &MaintenanceLoopOffCommand::theInfo,
+    &SendTerminalCapabilitySet::theInfo,
+    &EncryptionCommand::theInfo,
+    &FlowControlCommand::theInfo,
+    &EndSessionCommand::theInfo,
+    &MiscellaneousCommand::theInfo,
+    &CommunicationModeCommand::theInfo,
+    &ConferenceCommand::theInfo,
+    &H223MultiplexReconfiguration::theInfo,
+    &NewATMVCCommand::theInfo,
+    &MobileMultilinkReconfigurationCommand::theInfo,
+};
+const char* const CommandMessage::selectionNames[12] = {
+    "nonStandard",
+    "maintenanceLoopOffCommand",
+    "sendTerminalCapabilitySet",
+    "encryptionCommand",
+    "flowControlCommand",
+    "endSessionCommand",
+    "miscellaneousCommand",
+    "communicationModeCommand",
+    "conferenceCommand",
+    "h223MultiplexReconfiguration",
+    "newATMVCCommand",
+    "mobileMultilinkReconfigurationCommand",
+};
+const CommandMessage::InfoType CommandMessage::theInfo = {&CommandMessage::create, 0, true, selectionInfos, 7, 12, 0, selectionNames};
+ASN1::AbstractData* CommandMessage::create(const void* info) {
+    return new CommandMessage(info);
+}
+ASN1::AbstractData* CommandMessage::do_clone() const {
+    return new CommandMessage(*this);
+}
+
+// IndicationMessage
+const void* const IndicationMessage::selectionInfos[23] = {
+    &NonStandardMessage::theInfo,
+    &FunctionNotUnderstood::theInfo,
+    &MasterSlaveDeterminationRelease::theInfo,
+    &TerminalCapabilitySetRelease::theInfo,
+    &OpenLogicalChannelConfirm::theInfo,
+    &RequestChannelCloseRelease::theInfo,
+    nullptr,
+    nullptr,
+    &RequestModeRelease::theInfo,
+    &MiscellaneousIndication::theInfo,
+    &JitterIndication::theInfo,
+    nullptr,
+    nullptr,
+    &UserInputIndication::theInfo,
+    &H2250MaximumSkewIndication::theInfo,
+    &MCLocationIndication::theInfo,
+    &ConferenceIndication::theInfo,
+    &VendorIdentification::theInfo,
+    &FunctionNotSupported::theInfo,
+    &MultilinkIndication::theInfo,
+    &LogicalChannelRateRelease::theInfo,
+    &FlowControlIndication::theInfo,
+    &MobileMultilinkReconfigurationIndication::theInfo,
+};
+const char* const IndicationMessage::selectionNames[23] = {
+    "nonStandard",
+    "functionNotUnderstood",
+    "masterSlaveDeterminationRelease",
+    "terminalCapabilitySetRelease",
+    "openLogicalChannelConfirm",
+    "requestChannelCloseRelease",
+    "",
+    "",
+    "requestModeRelease",
+    "miscellaneousIndication",
+    "jitterIndication",
+    "",
+    "",
+    "userInput",
+    "h2250MaximumSkewIndication",
+    "mcLocationIndication",
+    "conferenceIndication",
+    "vendorIdentification",
+    "functionNotSupported",
+    "multilinkIndication",
+    "logicalChannelRateRelease",
+    "flowControlIndication",
+    "mobileMultilinkReconfigurationIndication",
+};
+const IndicationMessage::InfoType IndicationMessage::theInfo = {&IndicationMessage::create, 0, true, selectionInfos, 14, 23, 0, selectionNames};
+ASN1::AbstractData* IndicationMessage::create(const void* info) {
+    return new IndicationMessage(info);
+}
+ASN1::AbstractData* IndicationMessage::do_clone() const {
+    return new IndicationMessage(*this);
+}
+
+// SequenceNumber
+const SequenceNumber::InfoType SequenceNumber::theInfo = {&SequenceNumber::create, 2, (ASN1::ConstraintType)2, 0, 255u};
+ASN1::AbstractData* SequenceNumber::create(const void* info) {
+    return new SequenceNumber(info);
+}
+ASN1::AbstractData* SequenceNumber::do_clone() const {
+    return new SequenceNumber(*this);
+}
+
+// NonStandardMessage
+const void* const NonStandardMessage::fieldInfos[1] = {
+    &NonStandardParameter::theInfo,
+};
+const int NonStandardMessage::fieldIds[1] = {-1};
+const char* const NonStandardMessage::fieldNames[1] = {
+    "nonStandardData",
+};
+const NonStandardMessage::InfoType NonStandardMessage::theInfo = {&NonStandardMessage::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* NonStandardMessage::create(const void* info) {
+    return new NonStandardMessage(info);
+}
+ASN1::AbstractData* NonStandardMessage::do_clone() const {
+    return new NonStandardMessage(*this);
+}
+
+// NonStandardParameter
+const void* const NonStandardParameter::fieldInfos[2] = {
+    &NonStandardIdentifier::theInfo,
+    &ASN1::OCTET_STRING::theInfo,
+};
+const int NonStandardParameter::fieldIds[2] = {-1, -1};
+const char* const NonStandardParameter::fieldNames[2] = {
+    "nonStandardIdentifier",
+    "data",
+};
+const NonStandardParameter::InfoType NonStandardParameter::theInfo = {&NonStandardParameter::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* NonStandardParameter::create(const void* info) {
+    return new NonStandardParameter(info);
+}
+ASN1::AbstractData* NonStandardParameter::do_clone() const {
+    return new NonStandardParameter(*this);
+}
+
+// NonStandardIdentifier
+const void* const NonStandardIdentifier::selectionInfos[2] = {
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &NonStandardIdentifier_h221NonStandard::theInfo,
+};
+const char* const NonStandardIdentifier::selectionNames[2] = {
+    "object",
+    "h221NonStandard",
+};
+const NonStandardIdentifier::InfoType NonStandardIdentifier::theInfo = {&NonStandardIdentifier::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* NonStandardIdentifier::create(const void* info) {
+    return new NonStandardIdentifier(info);
+}
+ASN1::AbstractData* NonStandardIdentifier::do_clone() const {
+    return new NonStandardIdentifier(*this);
+}
+
+// NonStandardIdentifier.h221NonStandard
+const void* const NonStandardIdentifier_h221NonStandard::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int NonStandardIdentifier_h221NonStandard::fieldIds[3] = {-1, -1, -1};
+const char* const NonStandardIdentifier_h221NonStandard::fieldNames[3] = {
+    "t35CountryCode",
+    "t35Extension",
+    "manufacturerCode",
+};
+const NonStandardIdentifier_h221NonStandard::InfoType NonStandardIdentifier_h221NonStandard::theInfo = {&NonStandardIdentifier_h221NonStandard::create, 16, false, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* NonStandardIdentifier_h221NonStandard::create(const void* info) {
+    return new NonStandardIdentifier_h221NonStandard(info);
+}
+ASN1::AbstractData* NonStandardIdentifier_h221NonStandard::do_clone() const {
+    return new NonStandardIdentifier_h221NonStandard(*this);
+}
+
+// MasterSlaveDetermination
+const void* const MasterSlaveDetermination::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16777215u>::theInfo,
+};
+const int MasterSlaveDetermination::fieldIds[2] = {-1, -1};
+const char* const MasterSlaveDetermination::fieldNames[2] = {
+    "terminalType",
+    "statusDeterminationNumber",
+};
+const MasterSlaveDetermination::InfoType MasterSlaveDetermination::theInfo = {&MasterSlaveDetermination::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MasterSlaveDetermination::create(const void* info) {
+    return new MasterSlaveDetermination(info);
+}
+ASN1::AbstractData* MasterSlaveDetermination::do_clone() const {
+    return new MasterSlaveDetermination(*this);
+}
+
+// MasterSlaveDeterminationAck
+const void* const MasterSlaveDeterminationAck::fieldInfos[1] = {
+    &MasterSlaveDeterminationAck_decision::theInfo,
+};
+const int MasterSlaveDeterminationAck::fieldIds[1] = {-1};
+const char* const MasterSlaveDeterminationAck::fieldNames[1] = {
+    "decision",
+};
+const MasterSlaveDeterminationAck::InfoType MasterSlaveDeterminationAck::theInfo = {&MasterSlaveDeterminationAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MasterSlaveDeterminationAck::create(const void* info) {
+    return new MasterSlaveDeterminationAck(info);
+}
+ASN1::AbstractData* MasterSlaveDeterminationAck::do_clone() const {
+    return new MasterSlaveDeterminationAck(*this);
+}
+
+// MasterSlaveDeterminationAck.decision
+const void* const MasterSlaveDeterminationAck_decision::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const MasterSlaveDeterminationAck_decision::selectionNames[2] = {
+    "master",
+    "slave",
+};
+const MasterSlaveDeterminationAck_decision::InfoType MasterSlaveDeterminationAck_decision::theInfo = {&MasterSlaveDeterminationAck_decision::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* MasterSlaveDeterminationAck_decision::create(const void* info) {
+    return new MasterSlaveDeterminationAck_decision(info);
+}
+ASN1::AbstractData* MasterSlaveDeterminationAck_decision::do_clone() const {
+    return new MasterSlaveDeterminationAck_decision(*this);
+}
+
+// MasterSlaveDeterminationReject
+const void* const MasterSlaveDeterminationReject::fieldInfos[1] = {
+    &MasterSlaveDeterminationReject_cause::theInfo,
+};
+const int MasterSlaveDeterminationReject::fieldIds[1] = {-1};
+const char* const MasterSlaveDeterminationReject::fieldNames[1] = {
+    "cause",
+};
+const MasterSlaveDeterminationReject::InfoType MasterSlaveDeterminationReject::theInfo = {&MasterSlaveDeterminationReject::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MasterSlaveDeterminationReject::create(const void* info) {
+    return new MasterSlaveDeterminationReject(info);
+}
+ASN1::AbstractData* MasterSlaveDeterminationReject::do_clone() const {
+    return new MasterSlaveDeterminationReject(*this);
+}
+
+// MasterSlaveDeterminationReject.cause
+const void* const MasterSlaveDeterminationReject_cause::selectionInfos[1] = {
+    &ASN1::Null::theInfo,
+};
+const char* const MasterSlaveDeterminationReject_cause::selectionNames[1] = {
+    "identicalNumbers",
+};
+const MasterSlaveDeterminationReject_cause::InfoType MasterSlaveDeterminationReject_cause::theInfo = {&MasterSlaveDeterminationReject_cause::create, 0, true, selectionInfos, 1, 1, 0, selectionNames};
+ASN1::AbstractData* MasterSlaveDeterminationReject_cause::create(const void* info) {
+    return new MasterSlaveDeterminationReject_cause(info);
+}
+ASN1::AbstractData* MasterSlaveDeterminationReject_cause::do_clone() const {
+    return new MasterSlaveDeterminationReject_cause(*this);
+}
+
+// MasterSlaveDeterminationRelease
+const MasterSlaveDeterminationRelease::InfoType MasterSlaveDeterminationRelease::theInfo = {&MasterSlaveDeterminationRelease::create, 16, true, nullptr, nullptr, 0, 0, 0, nullptr, 0, nullptr};
+ASN1::AbstractData* MasterSlaveDeterminationRelease::create(const void* info) {
+    return new MasterSlaveDeterminationRelease(info);
+}
+ASN1::AbstractData* MasterSlaveDeterminationRelease::do_clone() const {
+    return new MasterSlaveDeterminationRelease(*this);
+}
+
+// TerminalCapabilitySet
+const void* const TerminalCapabilitySet::fieldInfos[5] = {
+    &SequenceNumber::theInfo,
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &MultiplexCapability::theInfo,
+    &ASN1::SET_OF<CapabilityTableEntry, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+    &ASN1::SET_OF<CapabilityDescriptor, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int TerminalCapabilitySet::fieldIds[5] = {-1, -1, 0, 1, 2};
+const char* const TerminalCapabilitySet::fieldNames[5] = {
+    "sequenceNumber",
+    "protocolIdentifier",
+    "multiplexCapability",
+    "capabilityTable",
+    "capabilityDescriptors",
+};
+const TerminalCapabilitySet::InfoType TerminalCapabilitySet::theInfo = {&TerminalCapabilitySet::create, 16, true, fieldInfos, fieldIds, 5, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* TerminalCapabilitySet::create(const void* info) {
+    return new TerminalCapabilitySet(info);
+}
+ASN1::AbstractData* TerminalCapabilitySet::do_clone() const {
+    return new TerminalCapabilitySet(*this);
+}
+
+// CapabilityTableEntry
+const void* const CapabilityTableEntry::fieldInfos[2] = {
+    &CapabilityTableEntryNumber::theInfo,
+    &Capability::theInfo,
+};
+const int CapabilityTableEntry::fieldIds[2] = {-1, 0};
+const char* const CapabilityTableEntry::fieldNames[2] = {
+    "capabilityTableEntryNumber",
+    "capability",
+};
+const CapabilityTableEntry::InfoType CapabilityTableEntry::theInfo = {&CapabilityTableEntry::create, 16, false, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* CapabilityTableEntry::create(const void* info) {
+    return new CapabilityTableEntry(info);
+}
+ASN1::AbstractData* CapabilityTableEntry::do_clone() const {
+    return new CapabilityTableEntry(*this);
+}
+
+// CapabilityDescriptor
+const void* const CapabilityDescriptor::fieldInfos[2] = {
+    &CapabilityDescriptorNumber::theInfo,
+    &ASN1::SET_OF<AlternativeCapabilitySet, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int CapabilityDescriptor::fieldIds[2] = {-1, 0};
+const char* const CapabilityDescriptor::fieldNames[2] = {
+    "capabilityDescriptorNumber",
+    "simultaneousCapabilities",
+};
+const CapabilityDescriptor::InfoType CapabilityDescriptor::theInfo = {&CapabilityDescriptor::create, 16, false, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* CapabilityDescriptor::create(const void* info) {
+    return new CapabilityDescriptor(info);
+}
+ASN1::AbstractData* CapabilityDescriptor::do_clone() const {
+    return new CapabilityDescriptor(*this);
+}
+
+// CapabilityTableEntryNumber
+const CapabilityTableEntryNumber::InfoType CapabilityTableEntryNumber::theInfo = {&CapabilityTableEntryNumber::create, 2, (ASN1::ConstraintType)2, 1, 65535u};
+ASN1::AbstractData* CapabilityTableEntryNumber::create(const void* info) {
+    return new CapabilityTableEntryNumber(info);
+}
+ASN1::AbstractData* CapabilityTableEntryNumber::do_clone() const {
+    return new CapabilityTableEntryNumber(*this);
+}
+
+// AlternativeCapabilitySet
+const AlternativeCapabilitySet::InfoType AlternativeCapabilitySet::theInfo = {&AlternativeCapabilitySet::create, 16, (ASN1::ConstraintType)2, 1, 256u, &CapabilityTableEntryNumber::theInfo};
+ASN1::AbstractData* AlternativeCapabilitySet::create(const void* info) {
+    return new AlternativeCapabilitySet(info);
+}
+ASN1::AbstractData* AlternativeCapabilitySet::do_clone() const {
+    return new AlternativeCapabilitySet(*this);
+}
+
+// CapabilityDescriptorNumber
+const CapabilityDescriptorNumber::InfoType CapabilityDescriptorNumber::theInfo = {&CapabilityDescriptorNumber::create, 2, (ASN1::ConstraintType)2, 0, 255u};
+ASN1::AbstractData* CapabilityDescriptorNumber::create(const void* info) {
+    return new CapabilityDescriptorNumber(info);
+}
+ASN1::AbstractData* CapabilityDescriptorNumber::do_clone() const {
+    return new CapabilityDescriptorNumber(*this);
+}
+
+// TerminalCapabilitySetAck
+const void* const TerminalCapabilitySetAck::fieldInfos[1] = {
+    &SequenceNumber::theInfo,
+};
+const int TerminalCapabilitySetAck::fieldIds[1] = {-1};
+const char* const TerminalCapabilitySetAck::fieldNames[1] = {
+    "sequenceNumber",
+};
+const TerminalCapabilitySetAck::InfoType TerminalCapabilitySetAck::theInfo = {&TerminalCapabilitySetAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* TerminalCapabilitySetAck::create(const void* info) {
+    return new TerminalCapabilitySetAck(info);
+}
+ASN1::AbstractData* TerminalCapabilitySetAck::do_clone() const {
+    return new TerminalCapabilitySetAck(*this);
+}
+
+// TerminalCapabilitySetReject
+const void* const TerminalCapabilitySetReject::fieldInfos[2] = {
+    &SequenceNumber::theInfo,
+    &TerminalCapabilitySetReject_cause::theInfo,
+};
+const int TerminalCapabilitySetReject::fieldIds[2] = {-1, -1};
+const char* const TerminalCapabilitySetReject::fieldNames[2] = {
+    "sequenceNumber",
+    "cause",
+};
+const TerminalCapabilitySetReject::InfoType TerminalCapabilitySetReject::theInfo = {&TerminalCapabilitySetReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* TerminalCapabilitySetReject::create(const void* info) {
+    return new TerminalCapabilitySetReject(info);
+}
+ASN1::AbstractData* TerminalCapabilitySetReject::do_clone() const {
+    return new TerminalCapabilitySetReject(*this);
+}
+
+// TerminalCapabilitySetReject.cause
+const void* const TerminalCapabilitySetReject_cause::selectionInfos[4] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::theInfo,
+};
+const char* const TerminalCapabilitySetReject_cause::selectionNames[4] = {
+    "unspecified",
+    "undefinedTableEntryUsed",
+    "descriptorCapacityExceeded",
+    "tableEntryCapacityExceeded",
+};
+const TerminalCapabilitySetReject_cause::InfoType TerminalCapabilitySetReject_cause::theInfo = {&TerminalCapabilitySetReject_cause::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* TerminalCapabilitySetReject_cause::create(const void* info) {
+    return new TerminalCapabilitySetReject_cause(info);
+}
+ASN1::AbstractData* TerminalCapabilitySetReject_cause::do_clone() const {
+    return new TerminalCapabilitySetReject_cause(*this);
+}
+
+// TerminalCapabilitySetReject_cause.tableEntryCapacityExceeded
+const void* const TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::selectionInfos[2] = {
+    &CapabilityTableEntryNumber::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::selectionNames[2] = {
+    "highestEntryNumberProcessed",
+    "noneProcessed",
+};
+const TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::InfoType TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::theInfo = {&TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::create(const void* info) {
+    return new TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded(info);
+}
+ASN1::AbstractData* TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded::do_clone() const {
+    return new TerminalCapabilitySetReject_cause_tableEntryCapacityExceeded(*this);
+}
+
+// TerminalCapabilitySetRelease
+const TerminalCapabilitySetRelease::InfoType TerminalCapabilitySetRelease::theInfo = {&TerminalCapabilitySetRelease::create, 16, true, nullptr, nullptr, 0, 0, 0, nullptr, 0, nullptr};
+ASN1::AbstractData* TerminalCapabilitySetRelease::create(const void* info) {
+    return new TerminalCapabilitySetRelease(info);
+}
+ASN1::AbstractData* TerminalCapabilitySetRelease::do_clone() const {
+    return new TerminalCapabilitySetRelease(*this);
+}
+
+// Capability
+const void* const Capability::selectionInfos[24] = {
+    &NonStandardParameter::theInfo,
+    &VideoCapability::theInfo,
+    &VideoCapability::theInfo,
+    &VideoCapability::theInfo,
+    &AudioCapability::theInfo,
+    &AudioCapability::theInfo,
+    &AudioCapability::theInfo,
+    &DataApplicationCapability::theInfo,
+    &DataApplicationCapability::theInfo,
+    &DataApplicationCapability::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &Capability_h233EncryptionReceiveCapability::theInfo,
+    &ConferenceCapability::theInfo,
+    &H235SecurityCapability::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &UserInputCapability::theInfo,
+    &UserInputCapability::theInfo,
+    &UserInputCapability::theInfo,
+    &GenericCapability::theInfo,
+    &MultiplexedStreamCapability::theInfo,
+    &MultiplexedStreamCapability::theInfo,
+    &MultiplexedStreamCapability::theInfo,
+    &AudioTelephonyEventCapability::theInfo,
+    &AudioToneCapability::theInfo,
+};
+const char* const Capability::selectionNames[24] = {
+    "nonStandard",
+    "receiveVideoCapability",
+    "transmitVideoCapability",
+    "receiveAndTransmitVideoCapability",
+    "receiveAudioCapability",
+    "transmitAudioCapability",
+    "receiveAndTransmitAudioCapability",
+    "receiveDataApplicationCapability",
+    "transmitDataApplicationCapability",
+    "receiveAndTransmitDataApplicationCapability",
+    "h233EncryptionTransmitCapability",
+    "h233EncryptionReceiveCapability",
+    "conferenceCapability",
+    "h235SecurityCapability",
+    "maxPendingReplacementFor",
+    "receiveUserInputCapability",
+    "transmitUserInputCapability",
+    "receiveAndTransmitUserInputCapability",
+    "genericControlCapability",
+    "receiveMultiplexedStreamCapability",
+    "transmitMultiplexedStreamCapability",
+    "receiveAndTransmitMultiplexedStreamCapability",
+    "receiveRTPAudioTelephonyEventCapability",
+    "receiveRTPAudioToneCapability",
+};
+const Capability::InfoType Capability::theInfo = {&Capability::create, 0, true, selectionInfos, 12, 24, 0, selectionNames};
+ASN1::AbstractData* Capability::create(const void* info) {
+    return new Capability(info);
+}
+ASN1::AbstractData* Capability::do_clone() const {
+    return new Capability(*this);
+}
+
+// Capability.h233EncryptionReceiveCapability
+const void* const Capability_h233EncryptionReceiveCapability::fieldInfos[1] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+};
+const int Capability_h233EncryptionReceiveCapability::fieldIds[1] = {-1};
+const char* const Capability_h233EncryptionReceiveCapability::fieldNames[1] = {
+    "h233IVResponseTime",
+};
+const Capability_h233EncryptionReceiveCapability::InfoType Capability_h233EncryptionReceiveCapability::theInfo = {&Capability_h233EncryptionReceiveCapability::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* Capability_h233EncryptionReceiveCapability::create(const void* info) {
+    return new Capability_h233EncryptionReceiveCapability(info);
+}
+ASN1::AbstractData* Capability_h233EncryptionReceiveCapability::do_clone() const {
+    return new Capability_h233EncryptionReceiveCapability(*this);
+}
+
+// H235SecurityCapability
+const void* const H235SecurityCapability::fieldInfos[2] = {
+    &EncryptionAuthenticationAndIntegrity::theInfo,
+    &CapabilityTableEntryNumber::theInfo,
+};
+const int H235SecurityCapability::fieldIds[2] = {-1, -1};
+const char* const H235SecurityCapability::fieldNames[2] = {
+    "encryptionAuthenticationAndIntegrity",
+    "mediaCapability",
+};
+const H235SecurityCapability::InfoType H235SecurityCapability::theInfo = {&H235SecurityCapability::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H235SecurityCapability::create(const void* info) {
+    return new H235SecurityCapability(info);
+}
+ASN1::AbstractData* H235SecurityCapability::do_clone() const {
+    return new H235SecurityCapability(*this);
+}
+
+// MultiplexCapability
+const void* const MultiplexCapability::selectionInfos[6] = {
+    &NonStandardParameter::theInfo,
+    &H222Capability::theInfo,
+    &H223Capability::theInfo,
+    &V76Capability::theInfo,
+    &H2250Capability::theInfo,
+    &GenericCapability::theInfo,
+};
+const char* const MultiplexCapability::selectionNames[6] = {
+    "nonStandard",
+    "h222Capability",
+    "h223Capability",
+    "v76Capability",
+    "h2250Capability",
+    "genericMultiplexCapability",
+};
+const MultiplexCapability::InfoType MultiplexCapability::theInfo = {&MultiplexCapability::create, 0, true, selectionInfos, 4, 6, 0, selectionNames};
+ASN1::AbstractData* MultiplexCapability::create(const void* info) {
+    return new MultiplexCapability(info);
+}
+ASN1::AbstractData* MultiplexCapability::do_clone() const {
+    return new MultiplexCapability(*this);
+}
+
+// H222Capability
+const void* const H222Capability::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::SET_OF<VCCapability, ASN1::EmptyConstraint>::theInfo,
+};
+const int H222Capability::fieldIds[2] = {-1, -1};
+const char* const H222Capability::fieldNames[2] = {
+    "numberOfVCs",
+    "vcCapability",
+};
+const H222Capability::InfoType H222Capability::theInfo = {&H222Capability::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H222Capability::create(const void* info) {
+    return new H222Capability(info);
+}
+ASN1::AbstractData* H222Capability::do_clone() const {
+    return new H222Capability(*this);
+}
+
+// VCCapability
+const void* const VCCapability::fieldInfos[6] = {
+    &VCCapability_aal1::theInfo,
+    &VCCapability_aal5::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &VCCapability_availableBitRates::theInfo,
+    &VCCapability_aal1ViaGateway::theInfo,
+};
+const int VCCapability::fieldIds[6] = {0, 1, -1, -1, -1, 0};
+const char* const VCCapability::fieldNames[6] = {
+    "aal1",
+    "aal5",
+    "transportStream",
+    "programStream",
+    "availableBitRates",
+    "aal1ViaGateway",
+};
+const VCCapability::InfoType VCCapability::theInfo = {&VCCapability::create, 16, true, fieldInfos, fieldIds, 5, 1, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* VCCapability::create(const void* info) {
+    return new VCCapability(info);
+}
+ASN1::AbstractData* VCCapability::do_clone() const {
+    return new VCCapability(*this);
+}
+
+// VCCapability.aal1
+const void* const VCCapability_aal1::fieldInfos[9] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int VCCapability_aal1::fieldIds[9] = {-1, -1, -1, -1, -1, -1, -1, -1, -1};
+const char* const VCCapability_aal1::fieldNames[9] = {
+    "nullClockRecovery",
+    "srtsClockRecovery",
+    "adaptiveClockRecovery",
+    "nullErrorCorrection",
+    "longInterleaver",
+    "shortInterleaver",
+    "errorCorrectionOnly",
+    "structuredDataTransfer",
+    "partiallyFilledCells",
+};
+const VCCapability_aal1::InfoType VCCapability_aal1::theInfo = {&VCCapability_aal1::create, 16, true, fieldInfos, fieldIds, 9, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* VCCapability_aal1::create(const void* info) {
+    return new VCCapability_aal1(info);
+}
+ASN1::AbstractData* VCCapability_aal1::do_clone() const {
+    return new VCCapability_aal1(*this);
+}
+
+// VCCapability.aal5
+const void* const VCCapability_aal5::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int VCCapability_aal5::fieldIds[2] = {-1, -1};
+const char* const VCCapability_aal5::fieldNames[2] = {
+    "forwardMaximumSDUSize",
+    "backwardMaximumSDUSize",
+};
+const VCCapability_aal5::InfoType VCCapability_aal5::theInfo = {&VCCapability_aal5::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* VCCapability_aal5::create(const void* info) {
+    return new VCCapability_aal5(info);
+}
+ASN1::AbstractData* VCCapability_aal5::do_clone() const {
+    return new VCCapability_aal5(*this);
+}
+
+// VCCapability.availableBitRates
+const void* const VCCapability_availableBitRates::fieldInfos[1] = {
+    &VCCapability_availableBitRates_type::theInfo,
+};
+const int VCCapability_availableBitRates::fieldIds[1] = {-1};
+const char* const VCCapability_availableBitRates::fieldNames[1] = {
+    "type",
+};
+const VCCapability_availableBitRates::InfoType VCCapability_availableBitRates::theInfo = {&VCCapability_availableBitRates::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* VCCapability_availableBitRates::create(const void* info) {
+    return new VCCapability_availableBitRates(info);
+}
+ASN1::AbstractData* VCCapability_availableBitRates::do_clone() const {
+    return new VCCapability_availableBitRates(*this);
+}
+
+// VCCapability_availableBitRates.type
+const void* const VCCapability_availableBitRates_type::selectionInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 65535u>::theInfo,
+    &VCCapability_availableBitRates_type_rangeOfBitRates::theInfo,
+};
+const char* const VCCapability_availableBitRates_type::selectionNames[2] = {
+    "singleBitRate",
+    "rangeOfBitRates",
+};
+const VCCapability_availableBitRates_type::InfoType VCCapability_availableBitRates_type::theInfo = {&VCCapability_availableBitRates_type::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* VCCapability_availableBitRates_type::create(const void* info) {
+    return new VCCapability_availableBitRates_type(info);
+}
+ASN1::AbstractData* VCCapability_availableBitRates_type::do_clone() const {
+    return new VCCapability_availableBitRates_type(*this);
+}
+
+// VCCapability_availableBitRates_type.rangeOfBitRates
+const void* const VCCapability_availableBitRates_type_rangeOfBitRates::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 65535u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 65535u>::theInfo,
+};
+const int VCCapability_availableBitRates_type_rangeOfBitRates::fieldIds[2] = {-1, -1};
+const char* const VCCapability_availableBitRates_type_rangeOfBitRates::fieldNames[2] = {
+    "lowerBitRate",
+    "higherBitRate",
+};
+const VCCapability_availableBitRates_type_rangeOfBitRates::InfoType VCCapability_availableBitRates_type_rangeOfBitRates::theInfo = {&VCCapability_availableBitRates_type_rangeOfBitRates::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* VCCapability_availableBitRates_type_rangeOfBitRates::create(const void* info) {
+    return new VCCapability_availableBitRates_type_rangeOfBitRates(info);
+}
+ASN1::AbstractData* VCCapability_availableBitRates_type_rangeOfBitRates::do_clone() const {
+    return new VCCapability_availableBitRates_type_rangeOfBitRates(*this);
+}
+
+// VCCapability.aal1ViaGateway
+const void* const VCCapability_aal1ViaGateway::fieldInfos[10] = {
+    &ASN1::SET_OF<Q2931Address, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int VCCapability_aal1ViaGateway::fieldIds[10] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
+const char* const VCCapability_aal1ViaGateway::fieldNames[10] = {
+    "gatewayAddress",
+    "nullClockRecovery",
+    "srtsClockRecovery",
+    "adaptiveClockRecovery",
+    "nullErrorCorrection",
+    "longInterleaver",
+    "shortInterleaver",
+    "errorCorrectionOnly",
+    "structuredDataTransfer",
+    "partiallyFilledCells",
+};
+const VCCapability_aal1ViaGateway::InfoType VCCapability_aal1ViaGateway::theInfo = {&VCCapability_aal1ViaGateway::create, 16, true, fieldInfos, fieldIds, 10, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* VCCapability_aal1ViaGateway::create(const void* info) {
+    return new VCCapability_aal1ViaGateway(info);
+}
+ASN1::AbstractData* VCCapability_aal1ViaGateway::do_clone() const {
+    return new VCCapability_aal1ViaGateway(*this);
+}
+
+// H223Capability
+const void* const H223Capability::fieldInfos[20] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1023u>::theInfo,
+    &H223Capability_h223MultiplexTableCapability::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &H223Capability_mobileOperationTransmitCapability::theInfo,
+    &H223AnnexCCapability::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 19200u>::theInfo,
+    &H223Capability_mobileMultilinkFrameCapability::theInfo,
+};
+const int H223Capability::fieldIds[20] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, 0, 0, 0, 0, 0};
+const char* const H223Capability::fieldNames[20] = {
+    "transportWithI-frames",
+    "videoWithAL1",
+    "videoWithAL2",
+    "videoWithAL3",
+    "audioWithAL1",
+    "audioWithAL2",
+    "audioWithAL3",
+    "dataWithAL1",
+    "dataWithAL2",
+    "dataWithAL3",
+    "maximumAl2SDUSize",
+    "maximumAl3SDUSize",
+    "maximumDelayJitter",
+    "h223MultiplexTableCapability",
+    "maxMUXPDUSizeCapability",
+    "nsrpSupport",
+    "mobileOperationTransmitCapability",
+    "h223AnnexCCapability",
+    "bitRate",
+    "mobileMultilinkFrameCapability",
+};
+const H223Capability::InfoType H223Capability::theInfo = {&H223Capability::create, 16, true, fieldInfos, fieldIds, 14, 6, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H223Capability::create(const void* info) {
+    return new H223Capability(info);
+}
+ASN1::AbstractData* H223Capability::do_clone() const {
+    return new H223Capability(*this);
+}
+
+// H223Capability.h223MultiplexTableCapability
+const void* const H223Capability_h223MultiplexTableCapability::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &H223Capability_h223MultiplexTableCapability_enhanced::theInfo,
+};
+const char* const H223Capability_h223MultiplexTableCapability::selectionNames[2] = {
+    "basic",
+    "enhanced",
+};
+const H223Capability_h223MultiplexTableCapability::InfoType H223Capability_h223MultiplexTableCapability::theInfo = {&H223Capability_h223MultiplexTableCapability::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* H223Capability_h223MultiplexTableCapability::create(const void* info) {
+    return new H223Capability_h223MultiplexTableCapability(info);
+}
+ASN1::AbstractData* H223Capability_h223MultiplexTableCapability::do_clone() const {
+    return new H223Capability_h223MultiplexTableCapability(*this);
+}
+
+// H223Capability_h223MultiplexTableCapability.enhanced
+const void* const H223Capability_h223MultiplexTableCapability_enhanced::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 15u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 2, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 2, 255u>::theInfo,
+};
+const int H223Capability_h223MultiplexTableCapability_enhanced::fieldIds[3] = {-1, -1, -1};
+const char* const H223Capability_h223MultiplexTableCapability_enhanced::fieldNames[3] = {
+    "maximumNestingDepth",
+    "maximumElementListSize",
+    "maximumSubElementListSize",
+};
+const H223Capability_h223MultiplexTableCapability_enhanced::InfoType H223Capability_h223MultiplexTableCapability_enhanced::theInfo = {&H223Capability_h223MultiplexTableCapability_enhanced::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H223Capability_h223MultiplexTableCapability_enhanced::create(const void* info) {
+    return new H223Capability_h223MultiplexTableCapability_enhanced(info);
+}
+ASN1::AbstractData* H223Capability_h223MultiplexTableCapability_enhanced::do_clone() const {
+    return new H223Capability_h223MultiplexTableCapability_enhanced(*this);
+}
+
+// H223Capability.mobileOperationTransmitCapability
+const void* const H223Capability_mobileOperationTransmitCapability::fieldInfos[5] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H223Capability_mobileOperationTransmitCapability::fieldIds[5] = {-1, -1, -1, -1, -1};
+const char* const H223Capability_mobileOperationTransmitCapability::fieldNames[5] = {
+    "modeChangeCapability",
+    "h223AnnexA",
+    "h223AnnexADoubleFlag",
+    "h223AnnexB",
+    "h223AnnexBwithHeader",
+};
+const H223Capability_mobileOperationTransmitCapability::InfoType H223Capability_mobileOperationTransmitCapability::theInfo = {&H223Capability_mobileOperationTransmitCapability::create, 16, true, fieldInfos, fieldIds, 5, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H223Capability_mobileOperationTransmitCapability::create(const void* info) {
+    return new H223Capability_mobileOperationTransmitCapability(info);
+}
+ASN1::AbstractData* H223Capability_mobileOperationTransmitCapability::do_clone() const {
+    return new H223Capability_mobileOperationTransmitCapability(*this);
+}
+
+// H223Capability.mobileMultilinkFrameCapability
+const void* const H223Capability_mobileMultilinkFrameCapability::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 65025u>::theInfo,
+};
+const int H223Capability_mobileMultilinkFrameCapability::fieldIds[2] = {-1, -1};
+const char* const H223Capability_mobileMultilinkFrameCapability::fieldNames[2] = {
+    "maximumSampleSize",
+    "maximumPayloadLength",
+};
+const H223Capability_mobileMultilinkFrameCapability::InfoType H223Capability_mobileMultilinkFrameCapability::theInfo = {&H223Capability_mobileMultilinkFrameCapability::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H223Capability_mobileMultilinkFrameCapability::create(const void* info) {
+    return new H223Capability_mobileMultilinkFrameCapability(info);
+}
+ASN1::AbstractData* H223Capability_mobileMultilinkFrameCapability::do_clone() const {
+    return new H223Capability_mobileMultilinkFrameCapability(*this);
+}
+
+// H223AnnexCCapability
+const void* const H223AnnexCCapability::fieldInfos[14] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H223AnnexCCapability::fieldIds[14] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0};
+const char* const H223AnnexCCapability::fieldNames[14] = {
+    "videoWithAL1M",
+    "videoWithAL2M",
+    "videoWithAL3M",
+    "audioWithAL1M",
+    "audioWithAL2M",
+    "audioWithAL3M",
+    "dataWithAL1M",
+    "dataWithAL2M",
+    "dataWithAL3M",
+    "alpduInterleaving",
+    "maximumAL1MPDUSize",
+    "maximumAL2MSDUSize",
+    "maximumAL3MSDUSize",
+    "rsCodeCapability",
+};
+const H223AnnexCCapability::InfoType H223AnnexCCapability::theInfo = {&H223AnnexCCapability::create, 16, true, fieldInfos, fieldIds, 13, 1, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H223AnnexCCapability::create(const void* info) {
+    return new H223AnnexCCapability(info);
+}
+ASN1::AbstractData* H223AnnexCCapability::do_clone() const {
+    return new H223AnnexCCapability(*this);
+}
+
+// V76Capability
+const void* const V76Capability::fieldInfos[15] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 2, 8191u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4095u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 127u>::theInfo,
+    &V75Capability::theInfo,
+};
+const int V76Capability::fieldIds[15] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
+const char* const V76Capability::fieldNames[15] = {
+    "suspendResumeCapabilitywAddress",
+    "suspendResumeCapabilitywoAddress",
+    "rejCapability",
+    "sREJCapability",
+    "mREJCapability",
+    "crc8bitCapability",
+    "crc16bitCapability",
+    "crc32bitCapability",
+    "uihCapability",
+    "numOfDLCS",
+    "twoOctetAddressFieldCapability",
+    "loopBackTestCapability",
+    "n401Capability",
+    "maxWindowSizeCapability",
+    "v75Capability",
+};
+const V76Capability::InfoType V76Capability::theInfo = {&V76Capability::create, 16, true, fieldInfos, fieldIds, 15, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* V76Capability::create(const void* info) {
+    return new V76Capability(info);
+}
+ASN1::AbstractData* V76Capability::do_clone() const {
+    return new V76Capability(*this);
+}
+
+// V75Capability
+const void* const V75Capability::fieldInfos[1] = {
+    &ASN1::BOOLEAN::theInfo,
+};
+const int V75Capability::fieldIds[1] = {-1};
+const char* const V75Capability::fieldNames[1] = {
+    "audioHeader",
+};
+const V75Capability::InfoType V75Capability::theInfo = {&V75Capability::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* V75Capability::create(const void* info) {
+    return new V75Capability(info);
+}
+ASN1::AbstractData* V75Capability::do_clone() const {
+    return new V75Capability(*this);
+}
+
+// H2250Capability
+const void* const H2250Capability::fieldInfos[11] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1023u>::theInfo,
+    &MultipointCapability::theInfo,
+    &MultipointCapability::theInfo,
+    &MultipointCapability::theInfo,
+    &H2250Capability_mcCapability::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &MediaPacketizationCapability::theInfo,
+    &TransportCapability::theInfo,
+    &ASN1::SEQUENCE_OF<RedundancyEncodingCapability, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H2250Capability::fieldIds[11] = {-1, -1, -1, -1, -1, -1, -1, 0, 0, 0, 0};
+const char* const H2250Capability::fieldNames[11] = {
+    "maximumAudioDelayJitter",
+    "receiveMultipointCapability",
+    "transmitMultipointCapability",
+    "receiveAndTransmitMultipointCapability",
+    "mcCapability",
+    "rtcpVideoControlCapability",
+    "mediaPacketizationCapability",
+    "transportCapability",
+    "redundancyEncodingCapability",
+    "logicalChannelSwitchingCapability",
+    "t120DynamicPortCapability",
+};
+const H2250Capability::InfoType H2250Capability::theInfo = {&H2250Capability::create, 16, true, fieldInfos, fieldIds, 7, 4, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H2250Capability::create(const void* info) {
+    return new H2250Capability(info);
+}
+ASN1::AbstractData* H2250Capability::do_clone() const {
+    return new H2250Capability(*this);
+}
+
+// H2250Capability.mcCapability
+const void* const H2250Capability_mcCapability::fieldInfos[2] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H2250Capability_mcCapability::fieldIds[2] = {-1, -1};
+const char* const H2250Capability_mcCapability::fieldNames[2] = {
+    "centralizedConferenceMC",
+    "decentralizedConferenceMC",
+};
+const H2250Capability_mcCapability::InfoType H2250Capability_mcCapability::theInfo = {&H2250Capability_mcCapability::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H2250Capability_mcCapability::create(const void* info) {
+    return new H2250Capability_mcCapability(info);
+}
+ASN1::AbstractData* H2250Capability_mcCapability::do_clone() const {
+    return new H2250Capability_mcCapability(*this);
+}
+
+// MediaPacketizationCapability
+const void* const MediaPacketizationCapability::fieldInfos[2] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SEQUENCE_OF<RTPPayloadType, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int MediaPacketizationCapability::fieldIds[2] = {-1, 0};
+const char* const MediaPacketizationCapability::fieldNames[2] = {
+    "h261aVideoPacketization",
+    "rtpPayloadType",
+};
+const MediaPacketizationCapability::InfoType MediaPacketizationCapability::theInfo = {&MediaPacketizationCapability::create, 16, true, fieldInfos, fieldIds, 1, 1, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MediaPacketizationCapability::create(const void* info) {
+    return new MediaPacketizationCapability(info);
+}
+ASN1::AbstractData* MediaPacketizationCapability::do_clone() const {
+    return new MediaPacketizationCapability(*this);
+}
+
+// RSVPParameters
+const void* const RSVPParameters::fieldInfos[6] = {
+    &QOSMode::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4294967295u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4294967295u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4294967295u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4294967295u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4294967295u>::theInfo,
+};
+const int RSVPParameters::fieldIds[6] = {0, 1, 2, 3, 4, 5};
+const char* const RSVPParameters::fieldNames[6] = {
+    "qosMode",
+    "tokenRate",
+    "bucketSize",
+    "peakRate",
+    "minPoliced",
+    "maxPktSize",
+};
+const RSVPParameters::InfoType RSVPParameters::theInfo = {&RSVPParameters::create, 16, true, fieldInfos, fieldIds, 6, 0, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* RSVPParameters::create(const void* info) {
+    return new RSVPParameters(info);
+}
+ASN1::AbstractData* RSVPParameters::do_clone() const {
+    return new RSVPParameters(*this);
+}
+
+// QOSMode
+const void* const QOSMode::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const QOSMode::selectionNames[2] = {
+    "guaranteedQOS",
+    "controlledLoad",
+};
+const QOSMode::InfoType QOSMode::theInfo = {&QOSMode::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* QOSMode::create(const void* info) {
+    return new QOSMode(info);
+}
+ASN1::AbstractData* QOSMode::do_clone() const {
+    return new QOSMode(*this);
+}
+
+// ATMParameters
+const void* const ATMParameters::fieldInfos[6] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int ATMParameters::fieldIds[6] = {-1, -1, -1, -1, -1, -1};
+const char* const ATMParameters::fieldNames[6] = {
+    "maxNTUSize",
+    "atmUBR",
+    "atmrtVBR",
+    "atmnrtVBR",
+    "atmABR",
+    "atmCBR",
+};
+const ATMParameters::InfoType ATMParameters::theInfo = {&ATMParameters::create, 16, true, fieldInfos, fieldIds, 6, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* ATMParameters::create(const void* info) {
+    return new ATMParameters(info);
+}
+ASN1::AbstractData* ATMParameters::do_clone() const {
+    return new ATMParameters(*this);
+}
+
+// QOSCapability
+const void* const QOSCapability::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &RSVPParameters::theInfo,
+    &ATMParameters::theInfo,
+};
+const int QOSCapability::fieldIds[3] = {0, 1, 2};
+const char* const QOSCapability::fieldNames[3] = {
+    "nonStandardData",
+    "rsvpParameters",
+    "atmParameters",
+};
+const QOSCapability::InfoType QOSCapability::theInfo = {&QOSCapability::create, 16, true, fieldInfos, fieldIds, 3, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* QOSCapability::create(const void* info) {
+    return new QOSCapability(info);
+}
+ASN1::AbstractData* QOSCapability::do_clone() const {
+    return new QOSCapability(*this);
+}
+
+// MediaTransportType
+const void* const MediaTransportType::selectionInfos[5] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &MediaTransportType_atm_AAL5_compressed::theInfo,
+};
+const char* const MediaTransportType::selectionNames[5] = {
+    "ip-UDP",
+    "ip-TCP",
+    "atm-AAL5-UNIDIR",
+    "atm-AAL5-BIDIR",
+    "atm-AAL5-compressed",
+};
+const MediaTransportType::InfoType MediaTransportType::theInfo = {&MediaTransportType::create, 0, true, selectionInfos, 4, 5, 0, selectionNames};
+ASN1::AbstractData* MediaTransportType::create(const void* info) {
+    return new MediaTransportType(info);
+}
+ASN1::AbstractData* MediaTransportType::do_clone() const {
+    return new MediaTransportType(*this);
+}
+
+// MediaTransportType.atm-AAL5-compressed
+const void* const MediaTransportType_atm_AAL5_compressed::fieldInfos[1] = {
+    &ASN1::BOOLEAN::theInfo,
+};
+const int MediaTransportType_atm_AAL5_compressed::fieldIds[1] = {-1};
+const char* const MediaTransportType_atm_AAL5_compressed::fieldNames[1] = {
+    "variable-delta",
+};
+const MediaTransportType_atm_AAL5_compressed::InfoType MediaTransportType_atm_AAL5_compressed::theInfo = {&MediaTransportType_atm_AAL5_compressed::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MediaTransportType_atm_AAL5_compressed::create(const void* info) {
+    return new MediaTransportType_atm_AAL5_compressed(info);
+}
+ASN1::AbstractData* MediaTransportType_atm_AAL5_compressed::do_clone() const {
+    return new MediaTransportType_atm_AAL5_compressed(*this);
+}
+
+// MediaChannelCapability
+const void* const MediaChannelCapability::fieldInfos[1] = {
+    &MediaTransportType::theInfo,
+};
+const int MediaChannelCapability::fieldIds[1] = {0};
+const char* const MediaChannelCapability::fieldNames[1] = {
+    "mediaTransport",
+};
+const MediaChannelCapability::InfoType MediaChannelCapability::theInfo = {&MediaChannelCapability::create, 16, true, fieldInfos, fieldIds, 1, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* MediaChannelCapability::create(const void* info) {
+    return new MediaChannelCapability(info);
+}
+ASN1::AbstractData* MediaChannelCapability::do_clone() const {
+    return new MediaChannelCapability(*this);
+}
+
+// TransportCapability
+const void* const TransportCapability::fieldInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::SEQUENCE_OF<QOSCapability, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+    &ASN1::SEQUENCE_OF<MediaChannelCapability, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int TransportCapability::fieldIds[3] = {0, 1, 2};
+const char* const TransportCapability::fieldNames[3] = {
+    "nonStandard",
+    "qOSCapabilities",
+    "mediaChannelCapabilities",
+};
+const TransportCapability::InfoType TransportCapability::theInfo = {&TransportCapability::create, 16, true, fieldInfos, fieldIds, 3, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* TransportCapability::create(const void* info) {
+    return new TransportCapability(info);
+}
+ASN1::AbstractData* TransportCapability::do_clone() const {
+    return new TransportCapability(*this);
+}
+
+// RedundancyEncodingCapability
+const void* const RedundancyEncodingCapability::fieldInfos[3] = {
+    &RedundancyEncodingMethod::theInfo,
+    &CapabilityTableEntryNumber::theInfo,
+    &ASN1::SEQUENCE_OF<CapabilityTableEntryNumber, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int RedundancyEncodingCapability::fieldIds[3] = {-1, -1, 0};
+const char* const RedundancyEncodingCapability::fieldNames[3] = {
+    "redundancyEncodingMethod",
+    "primaryEncoding",
+    "secondaryEncoding",
+};
+const RedundancyEncodingCapability::InfoType RedundancyEncodingCapability::theInfo = {&RedundancyEncodingCapability::create, 16, true, fieldInfos, fieldIds, 3, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RedundancyEncodingCapability::create(const void* info) {
+    return new RedundancyEncodingCapability(info);
+}
+ASN1::AbstractData* RedundancyEncodingCapability::do_clone() const {
+    return new RedundancyEncodingCapability(*this);
+}
+
+// RedundancyEncodingMethod
+const void* const RedundancyEncodingMethod::selectionInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Null::theInfo,
+    &RTPH263VideoRedundancyEncoding::theInfo,
+};
+const char* const RedundancyEncodingMethod::selectionNames[3] = {
+    "nonStandard",
+    "rtpAudioRedundancyEncoding",
+    "rtpH263VideoRedundancyEncoding",
+};
+const RedundancyEncodingMethod::InfoType RedundancyEncodingMethod::theInfo = {&RedundancyEncodingMethod::create, 0, true, selectionInfos, 2, 3, 0, selectionNames};
+ASN1::AbstractData* RedundancyEncodingMethod::create(const void* info) {
+    return new RedundancyEncodingMethod(info);
+}
+ASN1::AbstractData* RedundancyEncodingMethod::do_clone() const {
+    return new RedundancyEncodingMethod(*this);
+}
+
+// RTPH263VideoRedundancyEncoding
+const void* const RTPH263VideoRedundancyEncoding::fieldInfos[4] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 16u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &RTPH263VideoRedundancyEncoding_frameToThreadMapping::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int RTPH263VideoRedundancyEncoding::fieldIds[4] = {-1, -1, -1, 0};
+const char* const RTPH263VideoRedundancyEncoding::fieldNames[4] = {
+    "numberOfThreads",
+    "framesBetweenSyncPoints",
+    "frameToThreadMapping",
+    "containedThreads",
+};
+const RTPH263VideoRedundancyEncoding::InfoType RTPH263VideoRedundancyEncoding::theInfo = {&RTPH263VideoRedundancyEncoding::create, 16, true, fieldInfos, fieldIds, 4, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RTPH263VideoRedundancyEncoding::create(const void* info) {
+    return new RTPH263VideoRedundancyEncoding(info);
+}
+ASN1::AbstractData* RTPH263VideoRedundancyEncoding::do_clone() const {
+    return new RTPH263VideoRedundancyEncoding(*this);
+}
+
+// RTPH263VideoRedundancyEncoding.frameToThreadMapping
+const void* const RTPH263VideoRedundancyEncoding_frameToThreadMapping::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::SEQUENCE_OF<RTPH263VideoRedundancyFrameMapping, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const char* const RTPH263VideoRedundancyEncoding_frameToThreadMapping::selectionNames[2] = {
+    "roundrobin",
+    "custom",
+};
+const RTPH263VideoRedundancyEncoding_frameToThreadMapping::InfoType RTPH263VideoRedundancyEncoding_frameToThreadMapping::theInfo = {&RTPH263VideoRedundancyEncoding_frameToThreadMapping::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* RTPH263VideoRedundancyEncoding_frameToThreadMapping::create(const void* info) {
+    return new RTPH263VideoRedundancyEncoding_frameToThreadMapping(info);
+}
+ASN1::AbstractData* RTPH263VideoRedundancyEncoding_frameToThreadMapping::do_clone() const {
+    return new RTPH263VideoRedundancyEncoding_frameToThreadMapping(*this);
+}
+
+// RTPH263VideoRedundancyFrameMapping
+const void* const RTPH263VideoRedundancyFrameMapping::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int RTPH263VideoRedundancyFrameMapping::fieldIds[2] = {-1, -1};
+const char* const RTPH263VideoRedundancyFrameMapping::fieldNames[2] = {
+    "threadNumber",
+    "frameSequence",
+};
+const RTPH263VideoRedundancyFrameMapping::InfoType RTPH263VideoRedundancyFrameMapping::theInfo = {&RTPH263VideoRedundancyFrameMapping::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RTPH263VideoRedundancyFrameMapping::create(const void* info) {
+    return new RTPH263VideoRedundancyFrameMapping(info);
+}
+ASN1::AbstractData* RTPH263VideoRedundancyFrameMapping::do_clone() const {
+    return new RTPH263VideoRedundancyFrameMapping(*this);
+}
+
+// MultipointCapability
+const void* const MultipointCapability::fieldInfos[3] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SEQUENCE_OF<MediaDistributionCapability, ASN1::EmptyConstraint>::theInfo,
+};
+const int MultipointCapability::fieldIds[3] = {-1, -1, -1};
+const char* const MultipointCapability::fieldNames[3] = {
+    "multicastCapability",
+    "multiUniCastConference",
+    "mediaDistributionCapability",
+};
+const MultipointCapability::InfoType MultipointCapability::theInfo = {&MultipointCapability::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultipointCapability::create(const void* info) {
+    return new MultipointCapability(info);
+}
+ASN1::AbstractData* MultipointCapability::do_clone() const {
+    return new MultipointCapability(*this);
+}
+
+// MediaDistributionCapability
+const void* const MediaDistributionCapability::fieldInfos[8] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SEQUENCE_OF<DataApplicationCapability, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::SEQUENCE_OF<DataApplicationCapability, ASN1::EmptyConstraint>::theInfo,
+};
+const int MediaDistributionCapability::fieldIds[8] = {-1, -1, -1, -1, -1, -1, 0, 1};
+const char* const MediaDistributionCapability::fieldNames[8] = {
+    "centralizedControl",
+    "distributedControl",
+    "centralizedAudio",
+    "distributedAudio",
+    "centralizedVideo",
+    "distributedVideo",
+    "centralizedData",
+    "distributedData",
+};
+const MediaDistributionCapability::InfoType MediaDistributionCapability::theInfo = {&MediaDistributionCapability::create, 16, true, fieldInfos, fieldIds, 8, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* MediaDistributionCapability::create(const void* info) {
+    return new MediaDistributionCapability(info);
+}
+ASN1::AbstractData* MediaDistributionCapability::do_clone() const {
+    return new MediaDistributionCapability(*this);
+}
+
+// VideoCapability
+const void* const VideoCapability::selectionInfos[6] = {
+    &NonStandardParameter::theInfo,
+    &H261VideoCapability::theInfo,
+    &H262VideoCapability::theInfo,
+    &H263VideoCapability::theInfo,
+    &IS11172VideoCapability::theInfo,
+    &GenericCapability::theInfo,
+};
+const char* const VideoCapability::selectionNames[6] = {
+    "nonStandard",
+    "h261VideoCapability",
+    "h262VideoCapability",
+    "h263VideoCapability",
+    "is11172VideoCapability",
+    "genericVideoCapability",
+};
+const VideoCapability::InfoType VideoCapability::theInfo = {&VideoCapability::create, 0, true, selectionInfos, 5, 6, 0, selectionNames};
+ASN1::AbstractData* VideoCapability::create(const void* info) {
+    return new VideoCapability(info);
+}
+ASN1::AbstractData* VideoCapability::do_clone() const {
+    return new VideoCapability(*this);
+}
+
+// H261VideoCapability
+const void* const H261VideoCapability::fieldInfos[6] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 19200u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H261VideoCapability::fieldIds[6] = {0, 1, -1, -1, -1, 0};
+const char* const H261VideoCapability::fieldNames[6] = {
+    "qcifMPI",
+    "cifMPI",
+    "temporalSpatialTradeOffCapability",
+    "maxBitRate",
+    "stillImageTransmission",
+    "videoBadMBsCap",
+};
+const H261VideoCapability::InfoType H261VideoCapability::theInfo = {&H261VideoCapability::create, 16, true, fieldInfos, fieldIds, 5, 1, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* H261VideoCapability::create(const void* info) {
+    return new H261VideoCapability(info);
+}
+ASN1::AbstractData* H261VideoCapability::do_clone() const {
+    return new H261VideoCapability(*this);
+}
+
+// H262VideoCapability
+const void* const H262VideoCapability::fieldInfos[18] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1073741823u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 262143u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 4294967295u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H262VideoCapability::fieldIds[18] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, 1, 2, 3, 4, 5, 0};
+const char* const H262VideoCapability::fieldNames[18] = {
+    "profileAndLevel-SPatML",
+    "profileAndLevel-MPatLL",
+    "profileAndLevel-MPatML",
+    "profileAndLevel-MPatH-14",
+    "profileAndLevel-MPatHL",
+    "profileAndLevel-SNRatLL",
+    "profileAndLevel-SNRatML",
+    "profileAndLevel-SpatialatH-14",
+    "profileAndLevel-HPatML",
+    "profileAndLevel-HPatH-14",
+    "profileAndLevel-HPatHL",
+    "videoBitRate",
+    "vbvBufferSize",
+    "samplesPerLine",
+    "linesPerFrame",
+    "framesPerSecond",
+    "luminanceSampleRate",
+    "videoBadMBsCap",
+};
+const H262VideoCapability::InfoType H262VideoCapability::theInfo = {&H262VideoCapability::create, 16, true, fieldInfos, fieldIds, 17, 1, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* H262VideoCapability::create(const void* info) {
+    return new H262VideoCapability(info);
+}
+ASN1::AbstractData* H262VideoCapability::do_clone() const {
+    return new H262VideoCapability(*this);
+}
+
+// H263VideoCapability
+const void* const H263VideoCapability::fieldInfos[21] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 192400u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 524287u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &EnhancementLayerInfo::theInfo,
+    &H263Options::theInfo,
+};
+const int H263VideoCapability::fieldIds[21] = {0, 1, 2, 3, 4, -1, -1, -1, -1, -1, -1, 5, 6, 0, 0, 0, 0, 0, 0, 0, 0};
+const char* const H263VideoCapability::fieldNames[21] = {
+    "sqcifMPI",
+    "qcifMPI",
+    "cifMPI",
+    "cif4MPI",
+    "cif16MPI",
+    "maxBitRate",
+    "unrestrictedVector",
+    "arithmeticCoding",
+    "advancedPrediction",
+    "pbFrames",
+    "temporalSpatialTradeOffCapability",
+    "hrd-B",
+    "bppMaxKb",
+    "slowSqcifMPI",
+    "slowQcifMPI",
+    "slowCifMPI",
+    "slowCif4MPI",
+    "slowCif16MPI",
+    "errorCompensation",
+    "enhancementLayerInfo",
+    "h263Options",
+};
+const H263VideoCapability::InfoType H263VideoCapability::theInfo = {&H263VideoCapability::create, 16, true, fieldInfos, fieldIds, 13, 8, 7, nullptr, 0, fieldNames};
+ASN1::AbstractData* H263VideoCapability::create(const void* info) {
+    return new H263VideoCapability(info);
+}
+ASN1::AbstractData* H263VideoCapability::do_clone() const {
+    return new H263VideoCapability(*this);
+}
+
+// EnhancementLayerInfo
+const void* const EnhancementLayerInfo::fieldInfos[4] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SET_OF<EnhancementOptions, ASN1::SizeConstraint<2u, 1, 14u>>::theInfo,
+    &ASN1::SET_OF<EnhancementOptions, ASN1::SizeConstraint<2u, 1, 14u>>::theInfo,
+    &ASN1::SET_OF<BEnhancementParameters, ASN1::SizeConstraint<2u, 1, 14u>>::theInfo,
+};
+const int EnhancementLayerInfo::fieldIds[4] = {-1, 0, 1, 2};
+const char* const EnhancementLayerInfo::fieldNames[4] = {
+    "baseBitRateConstrained",
+    "snrEnhancement",
+    "spatialEnhancement",
+    "bPictureEnhancement",
+};
+const EnhancementLayerInfo::InfoType EnhancementLayerInfo::theInfo = {&EnhancementLayerInfo::create, 16, true, fieldInfos, fieldIds, 4, 0, 3, nullptr, 0, fieldNames};
+ASN1::AbstractData* EnhancementLayerInfo::create(const void* info) {
+    return new EnhancementLayerInfo(info);
+}
+ASN1::AbstractData* EnhancementLayerInfo::do_clone() const {
+    return new EnhancementLayerInfo(*this);
+}
+
+// BEnhancementParameters
+const void* const BEnhancementParameters::fieldInfos[2] = {
+    &EnhancementOptions::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 64u>::theInfo,
+};
+const int BEnhancementParameters::fieldIds[2] = {-1, -1};
+const char* const BEnhancementParameters::fieldNames[2] = {
+    "enhancementOptions",
+    "numberOfBPictures",
+};
+const BEnhancementParameters::InfoType BEnhancementParameters::theInfo = {&BEnhancementParameters::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* BEnhancementParameters::create(const void* info) {
+    return new BEnhancementParameters(info);
+}
+ASN1::AbstractData* BEnhancementParameters::do_clone() const {
+    return new BEnhancementParameters(*this);
+}
+
+// EnhancementOptions
+const void* const EnhancementOptions::fieldInfos[16] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 32u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 192400u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 3600u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &H263Options::theInfo,
+};
+const int EnhancementOptions::fieldIds[16] = {0, 1, 2, 3, 4, -1, -1, -1, -1, 5, 6, 7, 8, 9, -1, 10};
+const char* const EnhancementOptions::fieldNames[16] = {
+    "sqcifMPI",
+    "qcifMPI",
+    "cifMPI",
+    "cif4MPI",
+    "cif16MPI",
+    "maxBitRate",
+    "unrestrictedVector",
+    "arithmeticCoding",
+    "temporalSpatialTradeOffCapability",
+    "slowSqcifMPI",
+    "slowQcifMPI",
+    "slowCifMPI",
+    "slowCif4MPI",
+    "slowCif16MPI",
+    "errorCompensation",
+    "h263Options",
+};
+const EnhancementOptions::InfoType EnhancementOptions::theInfo = {&EnhancementOptions::create, 16, true, fieldInfos, fieldIds, 16, 0, 11, nullptr, 0, fieldNames};
+ASN1::AbstractData* EnhancementOptions::create(const void* info) {
+    return new EnhancementOptions(info);
+}
+ASN1::AbstractData* EnhancementOptions::do_clone() const {
+    return new EnhancementOptions(*this);
+}
+
+// H263Options
+const void* const H263Options::fieldInfos[31] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &TransparencyParameters::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &RefPictureSelection::theInfo,
+    &ASN1::SET_OF<CustomPictureClockFrequency, ASN1::SizeConstraint<2u, 1, 16u>>::theInfo,
+    &ASN1::SET_OF<CustomPictureFormat, ASN1::SizeConstraint<2u, 1, 16u>>::theInfo,
+    &ASN1::SET_OF<H263VideoModeCombos, ASN1::SizeConstraint<2u, 1, 16u>>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &H263Version3Options::theInfo,
+};
+const int H263Options::fieldIds[31] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, -1, 1, 2, 3, 4, 0, 0};
+const char* const H263Options::fieldNames[31] = {
+    "advancedIntraCodingMode",
+    "deblockingFilterMode",
+    "improvedPBFramesMode",
+    "unlimitedMotionVectors",
+    "fullPictureFreeze",
+    "partialPictureFreezeAndRelease",
+    "resizingPartPicFreezeAndRelease",
+    "fullPictureSnapshot",
+    "partialPictureSnapshot",
+    "videoSegmentTagging",
+    "progressiveRefinement",
+    "dynamicPictureResizingByFour",
+    "dynamicPictureResizingSixteenthPel",
+    "dynamicWarpingHalfPel",
+    "dynamicWarpingSixteenthPel",
+    "independentSegmentDecoding",
+    "slicesInOrder-NonRect",
+    "slicesInOrder-Rect",
+    "slicesNoOrder-NonRect",
+    "slicesNoOrder-Rect",
+    "alternateInterVLCMode",
+    "modifiedQuantizationMode",
+    "reducedResolutionUpdate",
+    "transparencyParameters",
+    "separateVideoBackChannel",
+    "refPictureSelection",
+    "customPictureClockFrequency",
+    "customPictureFormat",
+    "modeCombos",
+    "videoBadMBsCap",
+    "h263Version3Options",
+};
+const H263Options::InfoType H263Options::theInfo = {&H263Options::create, 16, true, fieldInfos, fieldIds, 29, 2, 5, nullptr, 0, fieldNames};
+ASN1::AbstractData* H263Options::create(const void* info) {
+    return new H263Options(info);
+}
+ASN1::AbstractData* H263Options::do_clone() const {
+    return new H263Options(*this);
+}
+
+// TransparencyParameters
+const void* const TransparencyParameters::fieldInfos[5] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, -262144, 262143u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, -262144, 262143u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
+};
+const int TransparencyParameters::fieldIds[5] = {-1, -1, -1, -1, -1};
+const char* const TransparencyParameters::fieldNames[5] = {
+    "presentationOrder",
+    "offset-x",
+    "offset-y",
+    "scale-x",
+    "scale-y",
+};
+const TransparencyParameters::InfoType TransparencyParameters::theInfo = {&TransparencyParameters::create, 16, true, fieldInfos, fieldIds, 5, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* TransparencyParameters::create(const void* info) {
+    return new TransparencyParameters(info);
+}
+ASN1::AbstractData* TransparencyParameters::do_clone() const {
+    return new TransparencyParameters(*this);
+}
+
+// RefPictureSelection
+const void* const RefPictureSelection::fieldInfos[4] = {
+    &RefPictureSelection_additionalPictureMemory::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &RefPictureSelection_videoBackChannelSend::theInfo,
+    &RefPictureSelection_enhancedReferencePicSelect::theInfo,
+};
+const int RefPictureSelection::fieldIds[4] = {0, -1, -1, 0};
+const char* const RefPictureSelection::fieldNames[4] = {
+    "additionalPictureMemory",
+    "videoMux",
+    "videoBackChannelSend",
+    "enhancedReferencePicSelect",
+};
+const RefPictureSelection::InfoType RefPictureSelection::theInfo = {&RefPictureSelection::create, 16, true, fieldInfos, fieldIds, 3, 1, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RefPictureSelection::create(const void* info) {
+    return new RefPictureSelection(info);
+}
+ASN1::AbstractData* RefPictureSelection::do_clone() const {
+    return new RefPictureSelection(*this);
+}
+
+// RefPictureSelection.additionalPictureMemory
+const void* const RefPictureSelection_additionalPictureMemory::fieldInfos[6] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+};
+const int RefPictureSelection_additionalPictureMemory::fieldIds[6] = {0, 1, 2, 3, 4, 5};
+const char* const RefPictureSelection_additionalPictureMemory::fieldNames[6] = {
+    "sqcifAdditionalPictureMemory",
+    "qcifAdditionalPictureMemory",
+    "cifAdditionalPictureMemory",
+    "cif4AdditionalPictureMemory",
+    "cif16AdditionalPictureMemory",
+    "bigCpfAdditionalPictureMemory",
+};
+const RefPictureSelection_additionalPictureMemory::InfoType RefPictureSelection_additionalPictureMemory::theInfo = {&RefPictureSelection_additionalPictureMemory::create, 16, true, fieldInfos, fieldIds, 6, 0, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* RefPictureSelection_additionalPictureMemory::create(const void* info) {
+    return new RefPictureSelection_additionalPictureMemory(info);
+}
+ASN1::AbstractData* RefPictureSelection_additionalPictureMemory::do_clone() const {
+    return new RefPictureSelection_additionalPictureMemory(*this);
+}
+
+// RefPictureSelection.videoBackChannelSend
+const void* const RefPictureSelection_videoBackChannelSend::selectionInfos[5] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const RefPictureSelection_videoBackChannelSend::selectionNames[5] = {
+    "none",
+    "ackMessageOnly",
+    "nackMessageOnly",
+    "ackOrNackMessageOnly",
+    "ackAndNackMessage",
+};
+const RefPictureSelection_videoBackChannelSend::InfoType RefPictureSelection_videoBackChannelSend::theInfo = {&RefPictureSelection_videoBackChannelSend::create, 0, true, selectionInfos, 5, 5, 0, selectionNames};
+ASN1::AbstractData* RefPictureSelection_videoBackChannelSend::create(const void* info) {
+    return new RefPictureSelection_videoBackChannelSend(info);
+}
+ASN1::AbstractData* RefPictureSelection_videoBackChannelSend::do_clone() const {
+    return new RefPictureSelection_videoBackChannelSend(*this);
+}
+
+// RefPictureSelection.enhancedReferencePicSelect
+const void* const RefPictureSelection_enhancedReferencePicSelect::fieldInfos[1] = {
+    &RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::theInfo,
+};
+const int RefPictureSelection_enhancedReferencePicSelect::fieldIds[1] = {0};
+const char* const RefPictureSelection_enhancedReferencePicSelect::fieldNames[1] = {
+    "subPictureRemovalParameters",
+};
+const RefPictureSelection_enhancedReferencePicSelect::InfoType RefPictureSelection_enhancedReferencePicSelect::theInfo = {&RefPictureSelection_enhancedReferencePicSelect::create, 16, true, fieldInfos, fieldIds, 1, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RefPictureSelection_enhancedReferencePicSelect::create(const void* info) {
+    return new RefPictureSelection_enhancedReferencePicSelect(info);
+}
+ASN1::AbstractData* RefPictureSelection_enhancedReferencePicSelect::do_clone() const {
+    return new RefPictureSelection_enhancedReferencePicSelect(*this);
+}
+
+// RefPictureSelection_enhancedReferencePicSelect.subPictureRemovalParameters
+const void* const RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 128u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 72u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 65536u>::theInfo,
+};
+const int RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::fieldIds[3] = {-1, -1, -1};
+const char* const RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::fieldNames[3] = {
+    "mpuHorizMBs",
+    "mpuVertMBs",
+    "mpuTotalNumber",
+};
+const RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::InfoType RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::theInfo = {&RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::create(const void* info) {
+    return new RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters(info);
+}
+ASN1::AbstractData* RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters::do_clone() const {
+    return new RefPictureSelection_enhancedReferencePicSelect_subPictureRemovalParameters(*this);
+}
+
+// CustomPictureClockFrequency
+const void* const CustomPictureClockFrequency::fieldInfos[7] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1000, 1001u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 127u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+};
+const int CustomPictureClockFrequency::fieldIds[7] = {-1, -1, 0, 1, 2, 3, 4};
+const char* const CustomPictureClockFrequency::fieldNames[7] = {
+    "clockConversionCode",
+    "clockDivisor",
+    "sqcifMPI",
+    "qcifMPI",
+    "cifMPI",
+    "cif4MPI",
+    "cif16MPI",
+};
+const CustomPictureClockFrequency::InfoType CustomPictureClockFrequency::theInfo = {&CustomPictureClockFrequency::create, 16, true, fieldInfos, fieldIds, 7, 0, 5, nullptr, 0, fieldNames};
+ASN1::AbstractData* CustomPictureClockFrequency::create(const void* info) {
+    return new CustomPictureClockFrequency(info);
+}
+ASN1::AbstractData* CustomPictureClockFrequency::do_clone() const {
+    return new CustomPictureClockFrequency(*this);
+}
+
+// CustomPictureFormat
+const void* const CustomPictureFormat::fieldInfos[6] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+    &CustomPictureFormat_mPI::theInfo,
+    &CustomPictureFormat_pixelAspectInformation::theInfo,
+};
+const int CustomPictureFormat::fieldIds[6] = {-1, -1, -1, -1, -1, -1};
+const char* const CustomPictureFormat::fieldNames[6] = {
+    "maxCustomPictureWidth",
+    "maxCustomPictureHeight",
+    "minCustomPictureWidth",
+    "minCustomPictureHeight",
+    "mPI",
+    "pixelAspectInformation",
+};
+const CustomPictureFormat::InfoType CustomPictureFormat::theInfo = {&CustomPictureFormat::create, 16, true, fieldInfos, fieldIds, 6, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CustomPictureFormat::create(const void* info) {
+    return new CustomPictureFormat(info);
+}
+ASN1::AbstractData* CustomPictureFormat::do_clone() const {
+    return new CustomPictureFormat(*this);
+}
+
+// CustomPictureFormat.mPI
+const void* const CustomPictureFormat_mPI::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 31u>::theInfo,
+    &ASN1::SET_OF<CustomPictureFormat_mPI_customPCF_subtype, ASN1::SizeConstraint<2u, 1, 16u>>::theInfo,
+};
+const int CustomPictureFormat_mPI::fieldIds[2] = {0, 1};
+const char* const CustomPictureFormat_mPI::fieldNames[2] = {
+    "standardMPI",
+    "customPCF",
+};
+const CustomPictureFormat_mPI::InfoType CustomPictureFormat_mPI::theInfo = {&CustomPictureFormat_mPI::create, 16, true, fieldInfos, fieldIds, 2, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* CustomPictureFormat_mPI::create(const void* info) {
+    return new CustomPictureFormat_mPI(info);
+}
+ASN1::AbstractData* CustomPictureFormat_mPI::do_clone() const {
+    return new CustomPictureFormat_mPI(*this);
+}
+
+// CustomPictureFormat_mPI.customPCF.*
+const void* const CustomPictureFormat_mPI_customPCF_subtype::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1000, 1001u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 127u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 2048u>::theInfo,
+};
+const int CustomPictureFormat_mPI_customPCF_subtype::fieldIds[3] = {-1, -1, -1};
+const char* const CustomPictureFormat_mPI_customPCF_subtype::fieldNames[3] = {
+    "clockConversionCode",
+    "clockDivisor",
+    "customMPI",
+};
+const CustomPictureFormat_mPI_customPCF_subtype::InfoType CustomPictureFormat_mPI_customPCF_subtype::theInfo = {&CustomPictureFormat_mPI_customPCF_subtype::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CustomPictureFormat_mPI_customPCF_subtype::create(const void* info) {
+    return new CustomPictureFormat_mPI_customPCF_subtype(info);
+}
+ASN1::AbstractData* CustomPictureFormat_mPI_customPCF_subtype::do_clone() const {
+    return new CustomPictureFormat_mPI_customPCF_subtype(*this);
+}
+
+// CustomPictureFormat.pixelAspectInformation
+const void* const CustomPictureFormat_pixelAspectInformation::selectionInfos[3] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::SET_OF<ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 14u>, ASN1::SizeConstraint<2u, 1, 14u>>::theInfo,
+    &ASN1::SET_OF<CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const char* const CustomPictureFormat_pixelAspectInformation::selectionNames[3] = {
+    "anyPixelAspectRatio",
+    "pixelAspectCode",
+    "extendedPAR",
+};
+const CustomPictureFormat_pixelAspectInformation::InfoType CustomPictureFormat_pixelAspectInformation::theInfo = {&CustomPictureFormat_pixelAspectInformation::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* CustomPictureFormat_pixelAspectInformation::create(const void* info) {
+    return new CustomPictureFormat_pixelAspectInformation(info);
+}
+ASN1::AbstractData* CustomPictureFormat_pixelAspectInformation::do_clone() const {
+    return new CustomPictureFormat_pixelAspectInformation(*this);
+}
+
+// CustomPictureFormat_pixelAspectInformation.extendedPAR.*
+const void* const CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
+};
+const int CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::fieldIds[2] = {-1, -1};
+const char* const CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::fieldNames[2] = {
+    "width",
+    "height",
+};
+const CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::InfoType CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::theInfo = {&CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::create(const void* info) {
+    return new CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype(info);
+}
+ASN1::AbstractData* CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype::do_clone() const {
+    return new CustomPictureFormat_pixelAspectInformation_extendedPAR_subtype(*this);
+}
+
+// H263VideoModeCombos
+const void* const H263VideoModeCombos::fieldInfos[2] = {
+    &H263ModeComboFlags::theInfo,
+    &ASN1::SET_OF<H263ModeComboFlags, ASN1::SizeConstraint<2u, 1, 16u>>::theInfo,
+};
+const int H263VideoModeCombos::fieldIds[2] = {-1, -1};
+const char* const H263VideoModeCombos::fieldNames[2] = {
+    "h263VideoUncoupledModes",
+    "h263VideoCoupledModes",
+};
+const H263VideoModeCombos::InfoType H263VideoModeCombos::theInfo = {&H263VideoModeCombos::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H263VideoModeCombos::create(const void* info) {
+    return new H263VideoModeCombos(info);
+}
+ASN1::AbstractData* H263VideoModeCombos::do_clone() const {
+    return new H263VideoModeCombos(*this);
+}
+
+// H263ModeComboFlags
+const void* const H263ModeComboFlags::fieldInfos[23] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &H263Version3Options::theInfo,
+};
+const int H263ModeComboFlags::fieldIds[23] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, 0, 0};
+const char* const H263ModeComboFlags::fieldNames[23] = {
+    "unrestrictedVector",
+    "arithmeticCoding",
+    "advancedPrediction",
+    "pbFrames",
+    "advancedIntraCodingMode",
+    "deblockingFilterMode",
+    "unlimitedMotionVectors",
+    "slicesInOrder-NonRect",
+    "slicesInOrder-Rect",
+    "slicesNoOrder-NonRect",
+    "slicesNoOrder-Rect",
+    "improvedPBFramesMode",
+    "referencePicSelect",
+    "dynamicPictureResizingByFour",
+    "dynamicPictureResizingSixteenthPel",
+    "dynamicWarpingHalfPel",
+    "dynamicWarpingSixteenthPel",
+    "reducedResolutionUpdate",
+    "independentSegmentDecoding",
+    "alternateInterVLCMode",
+    "modifiedQuantizationMode",
+    "enhancedReferencePicSelect",
+    "h263Version3Options",
+};
+const H263ModeComboFlags::InfoType H263ModeComboFlags::theInfo = {&H263ModeComboFlags::create, 16, true, fieldInfos, fieldIds, 21, 2, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H263ModeComboFlags::create(const void* info) {
+    return new H263ModeComboFlags(info);
+}
+ASN1::AbstractData* H263ModeComboFlags::do_clone() const {
+    return new H263ModeComboFlags(*this);
+}
+
+// H263Version3Options
+const void* const H263Version3Options::fieldInfos[8] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H263Version3Options::fieldIds[8] = {-1, -1, -1, -1, -1, -1, -1, -1};
+const char* const H263Version3Options::fieldNames[8] = {
+    "dataPartitionedSlices",
+    "fixedPointIDCT0",
+    "interlacedFields",
+    "currentPictureHeaderRepetition",
+    "previousPictureHeaderRepetition",
+    "nextPictureHeaderRepetition",
+    "pictureNumber",
+    "spareReferencePictures",
+};
+const H263Version3Options::InfoType H263Version3Options::theInfo = {&H263Version3Options::create, 16, true, fieldInfos, fieldIds, 8, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H263Version3Options::create(const void* info) {
+    return new H263Version3Options(info);
+}
+ASN1::AbstractData* H263Version3Options::do_clone() const {
+    return new H263Version3Options(*this);
+}
+
+// IS11172VideoCapability
+const void* const IS11172VideoCapability::fieldInfos[8] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1073741823u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 262143u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 4294967295u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int IS11172VideoCapability::fieldIds[8] = {-1, 0, 1, 2, 3, 4, 5, 0};
+const char* const IS11172VideoCapability::fieldNames[8] = {
+    "constrainedBitstream",
+    "videoBitRate",
+    "vbvBufferSize",
+    "samplesPerLine",
+    "linesPerFrame",
+    "pictureRate",
+    "luminanceSampleRate",
+    "videoBadMBsCap",
+};
+const IS11172VideoCapability::InfoType IS11172VideoCapability::theInfo = {&IS11172VideoCapability::create, 16, true, fieldInfos, fieldIds, 7, 1, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* IS11172VideoCapability::create(const void* info) {
+    return new IS11172VideoCapability(info);
+}
+ASN1::AbstractData* IS11172VideoCapability::do_clone() const {
+    return new IS11172VideoCapability(*this);
+}
+
+// AudioCapability
+const void* const AudioCapability::selectionInfos[22] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &AudioCapability_g7231::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &IS11172AudioCapability::theInfo,
+    &IS13818AudioCapability::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &G7231AnnexCCapability::theInfo,
+    &GSMAudioCapability::theInfo,
+    &GSMAudioCapability::theInfo,
+    &GSMAudioCapability::theInfo,
+    &GenericCapability::theInfo,
+    &G729Extensions::theInfo,
+};
+const char* const AudioCapability::selectionNames[22] = {
+    "nonStandard",
+    "g711Alaw64k",
+    "g711Alaw56k",
+    "g711Ulaw64k",
+    "g711Ulaw56k",
+    "g722-64k",
+    "g722-56k",
+    "g722-48k",
+    "g7231",
+    "g728",
+    "g729",
+    "g729AnnexA",
+    "is11172AudioCapability",
+    "is13818AudioCapability",
+    "g729wAnnexB",
+    "g729AnnexAwAnnexB",
+    "g7231AnnexCCapability",
+    "gsmFullRate",
+    "gsmHalfRate",
+    "gsmEnhancedFullRate",
+    "genericAudioCapability",
+    "g729Extensions",
+};
+const AudioCapability::InfoType AudioCapability::theInfo = {&AudioCapability::create, 0, true, selectionInfos, 14, 22, 0, selectionNames};
+ASN1::AbstractData* AudioCapability::create(const void* info) {
+    return new AudioCapability(info);
+}
+ASN1::AbstractData* AudioCapability::do_clone() const {
+    return new AudioCapability(*this);
+}
+
+// AudioCapability.g7231
+const void* const AudioCapability_g7231::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int AudioCapability_g7231::fieldIds[2] = {-1, -1};
+const char* const AudioCapability_g7231::fieldNames[2] = {
+    "maxAl-sduAudioFrames",
+    "silenceSuppression",
+};
+const AudioCapability_g7231::InfoType AudioCapability_g7231::theInfo = {&AudioCapability_g7231::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* AudioCapability_g7231::create(const void* info) {
+    return new AudioCapability_g7231(info);
+}
+ASN1::AbstractData* AudioCapability_g7231::do_clone() const {
+    return new AudioCapability_g7231(*this);
+}
+
+// G729Extensions
+const void* const G729Extensions::fieldInfos[8] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int G729Extensions::fieldIds[8] = {0, -1, -1, -1, -1, -1, -1, -1};
+const char* const G729Extensions::fieldNames[8] = {
+    "audioUnit",
+    "annexA",
+    "annexB",
+    "annexD",
+    "annexE",
+    "annexF",
+    "annexG",
+    "annexH",
+};
+const G729Extensions::InfoType G729Extensions::theInfo = {&G729Extensions::create, 16, true, fieldInfos, fieldIds, 8, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* G729Extensions::create(const void* info) {
+    return new G729Extensions(info);
+}
+ASN1::AbstractData* G729Extensions::do_clone() const {
+    return new G729Extensions(*this);
+}
+
+// G7231AnnexCCapability
+const void* const G7231AnnexCCapability::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &G7231AnnexCCapability_g723AnnexCAudioMode::theInfo,
+};
+const int G7231AnnexCCapability::fieldIds[3] = {-1, -1, 0};
+const char* const G7231AnnexCCapability::fieldNames[3] = {
+    "maxAl-sduAudioFrames",
+    "silenceSuppression",
+    "g723AnnexCAudioMode",
+};
+const G7231AnnexCCapability::InfoType G7231AnnexCCapability::theInfo = {&G7231AnnexCCapability::create, 16, true, fieldInfos, fieldIds, 3, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* G7231AnnexCCapability::create(const void* info) {
+    return new G7231AnnexCCapability(info);
+}
+ASN1::AbstractData* G7231AnnexCCapability::do_clone() const {
+    return new G7231AnnexCCapability(*this);
+}
+
+// G7231AnnexCCapability.g723AnnexCAudioMode
+const void* const G7231AnnexCCapability_g723AnnexCAudioMode::fieldInfos[6] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 27, 78u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 27, 78u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 23, 66u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 23, 66u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 6, 17u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 6, 17u>::theInfo,
+};
+const int G7231AnnexCCapability_g723AnnexCAudioMode::fieldIds[6] = {-1, -1, -1, -1, -1, -1};
+const char* const G7231AnnexCCapability_g723AnnexCAudioMode::fieldNames[6] = {
+    "highRateMode0",
+    "highRateMode1",
+    "lowRateMode0",
+    "lowRateMode1",
+    "sidMode0",
+    "sidMode1",
+};
+const G7231AnnexCCapability_g723AnnexCAudioMode::InfoType G7231AnnexCCapability_g723AnnexCAudioMode::theInfo = {&G7231AnnexCCapability_g723AnnexCAudioMode::create, 16, true, fieldInfos, fieldIds, 6, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* G7231AnnexCCapability_g723AnnexCAudioMode::create(const void* info) {
+    return new G7231AnnexCCapability_g723AnnexCAudioMode(info);
+}
+ASN1::AbstractData* G7231AnnexCCapability_g723AnnexCAudioMode::do_clone() const {
+    return new G7231AnnexCCapability_g723AnnexCAudioMode(*this);
+}
+
+// IS11172AudioCapability
+const void* const IS11172AudioCapability::fieldInfos[9] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 448u>::theInfo,
+};
+const int IS11172AudioCapability::fieldIds[9] = {-1, -1, -1, -1, -1, -1, -1, -1, -1};
+const char* const IS11172AudioCapability::fieldNames[9] = {
+    "audioLayer1",
+    "audioLayer2",
+    "audioLayer3",
+    "audioSampling32k",
+    "audioSampling44k1",
+    "audioSampling48k",
+    "singleChannel",
+    "twoChannels",
+    "bitRate",
+};
+const IS11172AudioCapability::InfoType IS11172AudioCapability::theInfo = {&IS11172AudioCapability::create, 16, true, fieldInfos, fieldIds, 9, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* IS11172AudioCapability::create(const void* info) {
+    return new IS11172AudioCapability(info);
+}
+ASN1::AbstractData* IS11172AudioCapability::do_clone() const {
+    return new IS11172AudioCapability(*this);
+}
+
+// IS13818AudioCapability
+const void* const IS13818AudioCapability::fieldInfos[21] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 1130u>::theInfo,
+};
+const int IS13818AudioCapability::fieldIds[21] = {-1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1, -1};
+const char* const IS13818AudioCapability::fieldNames[21] = {
+    "audioLayer1",
+    "audioLayer2",
+    "audioLayer3",
+    "audioSampling16k",
+    "audioSampling22k05",
+    "audioSampling24k",
+    "audioSampling32k",
+    "audioSampling44k1",
+    "audioSampling48k",
+    "singleChannel",
+    "twoChannels",
+    "threeChannels2-1",
+    "threeChannels3-0",
+    "fourChannels2-0-2-0",
+    "fourChannels2-2",
+    "fourChannels3-1",
+    "fiveChannels3-0-2-0",
+    "fiveChannels3-2",
+    "lowFrequencyEnhancement",
+    "multilingual",
+    "bitRate",
+};
+const IS13818AudioCapability::InfoType IS13818AudioCapability::theInfo = {&IS13818AudioCapability::create, 16, true, fieldInfos, fieldIds, 21, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* IS13818AudioCapability::create(const void* info) {
+    return new IS13818AudioCapability(info);
+}
+ASN1::AbstractData* IS13818AudioCapability::do_clone() const {
+    return new IS13818AudioCapability(*this);
+}
+
+// GSMAudioCapability
+const void* const GSMAudioCapability::fieldInfos[3] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 256u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int GSMAudioCapability::fieldIds[3] = {-1, -1, -1};
+const char* const GSMAudioCapability::fieldNames[3] = {
+    "audioUnitSize",
+    "comfortNoise",
+    "scrambled",
+};
+const GSMAudioCapability::InfoType GSMAudioCapability::theInfo = {&GSMAudioCapability::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* GSMAudioCapability::create(const void* info) {
+    return new GSMAudioCapability(info);
+}
+ASN1::AbstractData* GSMAudioCapability::do_clone() const {
+    return new GSMAudioCapability(*this);
+}
+
 // DataApplicationCapability
 const void* const DataApplicationCapability::fieldInfos[2] = {
     &DataApplicationCapability_application::theInfo,
@@ -1465,1633 +3917,6 @@ ASN1::AbstractData* V76LogicalChannelParameters_mode::create(const void* info) {
 }
 ASN1::AbstractData* V76LogicalChannelParameters_mode::do_clone() const {
     return new V76LogicalChannelParameters_mode(*this);
-}
-
-// V76LogicalChannelParameters_mode.eRM
-const void* const V76LogicalChannelParameters_mode_eRM::fieldInfos[2] = {
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 127u>::theInfo,
-    &V76LogicalChannelParameters_mode_eRM_recovery::theInfo,
-};
-const int V76LogicalChannelParameters_mode_eRM::fieldIds[2] = {-1, -1};
-const char* const V76LogicalChannelParameters_mode_eRM::fieldNames[2] = {
-    "windowSize",
-    "recovery",
-};
-const V76LogicalChannelParameters_mode_eRM::InfoType V76LogicalChannelParameters_mode_eRM::theInfo = {&V76LogicalChannelParameters_mode_eRM::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM::create(const void* info) {
-    return new V76LogicalChannelParameters_mode_eRM(info);
-}
-ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM::do_clone() const {
-    return new V76LogicalChannelParameters_mode_eRM(*this);
-}
-
-// V76LogicalChannelParameters_mode_eRM.recovery
-const void* const V76LogicalChannelParameters_mode_eRM_recovery::selectionInfos[3] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const V76LogicalChannelParameters_mode_eRM_recovery::selectionNames[3] = {
-    "rej",
-    "sREJ",
-    "mSREJ",
-};
-const V76LogicalChannelParameters_mode_eRM_recovery::InfoType V76LogicalChannelParameters_mode_eRM_recovery::theInfo = {&V76LogicalChannelParameters_mode_eRM_recovery::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
-ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM_recovery::create(const void* info) {
-    return new V76LogicalChannelParameters_mode_eRM_recovery(info);
-}
-ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM_recovery::do_clone() const {
-    return new V76LogicalChannelParameters_mode_eRM_recovery(*this);
-}
-
-// V76HDLCParameters
-const void* const V76HDLCParameters::fieldInfos[3] = {
-    &CRCLength::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4095u>::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-};
-const int V76HDLCParameters::fieldIds[3] = {-1, -1, -1};
-const char* const V76HDLCParameters::fieldNames[3] = {
-    "crcLength",
-    "n401",
-    "loopbackTestProcedure",
-};
-const V76HDLCParameters::InfoType V76HDLCParameters::theInfo = {&V76HDLCParameters::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* V76HDLCParameters::create(const void* info) {
-    return new V76HDLCParameters(info);
-}
-ASN1::AbstractData* V76HDLCParameters::do_clone() const {
-    return new V76HDLCParameters(*this);
-}
-
-// CRCLength
-const void* const CRCLength::selectionInfos[3] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const CRCLength::selectionNames[3] = {
-    "crc8bit",
-    "crc16bit",
-    "crc32bit",
-};
-const CRCLength::InfoType CRCLength::theInfo = {&CRCLength::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
-ASN1::AbstractData* CRCLength::create(const void* info) {
-    return new CRCLength(info);
-}
-ASN1::AbstractData* CRCLength::do_clone() const {
-    return new CRCLength(*this);
-}
-
-// H2250LogicalChannelParameters
-const void* const H2250LogicalChannelParameters::fieldInfos[14] = {
-    &ASN1::SEQUENCE_OF<NonStandardParameter, ASN1::EmptyConstraint>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
-    &TransportAddress::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &TransportAddress::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &TerminalLabel::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 96, 127u>::theInfo,
-    &H2250LogicalChannelParameters_mediaPacketization::theInfo,
-    &TransportCapability::theInfo,
-    &RedundancyEncoding::theInfo,
-    &TerminalLabel::theInfo,
-};
-const int H2250LogicalChannelParameters::fieldIds[14] = {0, -1, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0};
-const char* const H2250LogicalChannelParameters::fieldNames[14] = {
-    "nonStandard",
-    "sessionID",
-    "associatedSessionID",
-    "mediaChannel",
-    "mediaGuaranteedDelivery",
-    "mediaControlChannel",
-    "mediaControlGuaranteedDelivery",
-    "silenceSuppression",
-    "destination",
-    "dynamicRTPPayloadType",
-    "mediaPacketization",
-    "transportCapability",
-    "redundancyEncoding",
-    "source",
-};
-const H2250LogicalChannelParameters::InfoType H2250LogicalChannelParameters::theInfo = {&H2250LogicalChannelParameters::create, 16, true, fieldInfos, fieldIds, 11, 3, 10, nullptr, 0, fieldNames};
-ASN1::AbstractData* H2250LogicalChannelParameters::create(const void* info) {
-    return new H2250LogicalChannelParameters(info);
-}
-ASN1::AbstractData* H2250LogicalChannelParameters::do_clone() const {
-    return new H2250LogicalChannelParameters(*this);
-}
-
-// H2250LogicalChannelParameters.mediaPacketization
-const void* const H2250LogicalChannelParameters_mediaPacketization::selectionInfos[2] = {
-    &ASN1::Null::theInfo,
-    &RTPPayloadType::theInfo,
-};
-const char* const H2250LogicalChannelParameters_mediaPacketization::selectionNames[2] = {
-    "h261aVideoPacketization",
-    "rtpPayloadType",
-};
-const H2250LogicalChannelParameters_mediaPacketization::InfoType H2250LogicalChannelParameters_mediaPacketization::theInfo = {&H2250LogicalChannelParameters_mediaPacketization::create, 0, true, selectionInfos, 1, 2, 0, selectionNames};
-ASN1::AbstractData* H2250LogicalChannelParameters_mediaPacketization::create(const void* info) {
-    return new H2250LogicalChannelParameters_mediaPacketization(info);
-}
-ASN1::AbstractData* H2250LogicalChannelParameters_mediaPacketization::do_clone() const {
-    return new H2250LogicalChannelParameters_mediaPacketization(*this);
-}
-
-// RTPPayloadType
-const void* const RTPPayloadType::fieldInfos[2] = {
-    &RTPPayloadType_payloadDescriptor::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 127u>::theInfo,
-};
-const int RTPPayloadType::fieldIds[2] = {-1, 0};
-const char* const RTPPayloadType::fieldNames[2] = {
-    "payloadDescriptor",
-    "payloadType",
-};
-const RTPPayloadType::InfoType RTPPayloadType::theInfo = {&RTPPayloadType::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
-ASN1::AbstractData* RTPPayloadType::create(const void* info) {
-    return new RTPPayloadType(info);
-}
-ASN1::AbstractData* RTPPayloadType::do_clone() const {
-    return new RTPPayloadType(*this);
-}
-
-// RTPPayloadType.payloadDescriptor
-const void* const RTPPayloadType_payloadDescriptor::selectionInfos[3] = {
-    &NonStandardParameter::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)3, 1, 32768u>::theInfo,
-    &ASN1::OBJECT_IDENTIFIER::theInfo,
-};
-const char* const RTPPayloadType_payloadDescriptor::selectionNames[3] = {
-    "nonStandardIdentifier",
-    "rfc-number",
-    "oid",
-};
-const RTPPayloadType_payloadDescriptor::InfoType RTPPayloadType_payloadDescriptor::theInfo = {&RTPPayloadType_payloadDescriptor::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
-ASN1::AbstractData* RTPPayloadType_payloadDescriptor::create(const void* info) {
-    return new RTPPayloadType_payloadDescriptor(info);
-}
-ASN1::AbstractData* RTPPayloadType_payloadDescriptor::do_clone() const {
-    return new RTPPayloadType_payloadDescriptor(*this);
-}
-
-// RedundancyEncoding
-const void* const RedundancyEncoding::fieldInfos[2] = {
-    &RedundancyEncodingMethod::theInfo,
-    &DataType::theInfo,
-};
-const int RedundancyEncoding::fieldIds[2] = {-1, 0};
-const char* const RedundancyEncoding::fieldNames[2] = {
-    "redundancyEncodingMethod",
-    "secondaryEncoding",
-};
-const RedundancyEncoding::InfoType RedundancyEncoding::theInfo = {&RedundancyEncoding::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
-ASN1::AbstractData* RedundancyEncoding::create(const void* info) {
-    return new RedundancyEncoding(info);
-}
-ASN1::AbstractData* RedundancyEncoding::do_clone() const {
-    return new RedundancyEncoding(*this);
-}
-
-// TransportAddress
-const void* const TransportAddress::selectionInfos[2] = {
-    &UnicastAddress::theInfo,
-    &MulticastAddress::theInfo,
-};
-const char* const TransportAddress::selectionNames[2] = {
-    "unicastAddress",
-    "multicastAddress",
-};
-const TransportAddress::InfoType TransportAddress::theInfo = {&TransportAddress::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* TransportAddress::create(const void* info) {
-    return new TransportAddress(info);
-}
-ASN1::AbstractData* TransportAddress::do_clone() const {
-    return new TransportAddress(*this);
-}
-
-// UnicastAddress
-const void* const UnicastAddress::selectionInfos[7] = {
-    &UnicastAddress_iPAddress::theInfo,
-    &UnicastAddress_iPXAddress::theInfo,
-    &UnicastAddress_iP6Address::theInfo,
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
-    &UnicastAddress_iPSourceRouteAddress::theInfo,
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 20u>>::theInfo,
-    &NonStandardParameter::theInfo,
-};
-const char* const UnicastAddress::selectionNames[7] = {
-    "iPAddress",
-    "iPXAddress",
-    "iP6Address",
-    "netBios",
-    "iPSourceRouteAddress",
-    "nsap",
-    "nonStandardAddress",
-};
-const UnicastAddress::InfoType UnicastAddress::theInfo = {&UnicastAddress::create, 0, true, selectionInfos, 5, 7, 0, selectionNames};
-ASN1::AbstractData* UnicastAddress::create(const void* info) {
-    return new UnicastAddress(info);
-}
-ASN1::AbstractData* UnicastAddress::do_clone() const {
-    return new UnicastAddress(*this);
-}
-
-// UnicastAddress.iPAddress
-const void* const UnicastAddress_iPAddress::fieldInfos[2] = {
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-};
-const int UnicastAddress_iPAddress::fieldIds[2] = {-1, -1};
-const char* const UnicastAddress_iPAddress::fieldNames[2] = {
-    "network",
-    "tsapIdentifier",
-};
-const UnicastAddress_iPAddress::InfoType UnicastAddress_iPAddress::theInfo = {&UnicastAddress_iPAddress::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* UnicastAddress_iPAddress::create(const void* info) {
-    return new UnicastAddress_iPAddress(info);
-}
-ASN1::AbstractData* UnicastAddress_iPAddress::do_clone() const {
-    return new UnicastAddress_iPAddress(*this);
-}
-
-// UnicastAddress.iPXAddress
-const void* const UnicastAddress_iPXAddress::fieldInfos[3] = {
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 6, 6u>>::theInfo,
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 2, 2u>>::theInfo,
-};
-const int UnicastAddress_iPXAddress::fieldIds[3] = {-1, -1, -1};
-const char* const UnicastAddress_iPXAddress::fieldNames[3] = {
-    "node",
-    "netnum",
-    "tsapIdentifier",
-};
-const UnicastAddress_iPXAddress::InfoType UnicastAddress_iPXAddress::theInfo = {&UnicastAddress_iPXAddress::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* UnicastAddress_iPXAddress::create(const void* info) {
-    return new UnicastAddress_iPXAddress(info);
-}
-ASN1::AbstractData* UnicastAddress_iPXAddress::do_clone() const {
-    return new UnicastAddress_iPXAddress(*this);
-}
-
-// UnicastAddress.iP6Address
-const void* const UnicastAddress_iP6Address::fieldInfos[2] = {
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-};
-const int UnicastAddress_iP6Address::fieldIds[2] = {-1, -1};
-const char* const UnicastAddress_iP6Address::fieldNames[2] = {
-    "network",
-    "tsapIdentifier",
-};
-const UnicastAddress_iP6Address::InfoType UnicastAddress_iP6Address::theInfo = {&UnicastAddress_iP6Address::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* UnicastAddress_iP6Address::create(const void* info) {
-    return new UnicastAddress_iP6Address(info);
-}
-ASN1::AbstractData* UnicastAddress_iP6Address::do_clone() const {
-    return new UnicastAddress_iP6Address(*this);
-}
-
-// UnicastAddress.iPSourceRouteAddress
-const void* const UnicastAddress_iPSourceRouteAddress::fieldInfos[4] = {
-    &UnicastAddress_iPSourceRouteAddress_routing::theInfo,
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-    &ASN1::SEQUENCE_OF<ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>, ASN1::EmptyConstraint>::theInfo,
-};
-const int UnicastAddress_iPSourceRouteAddress::fieldIds[4] = {-1, -1, -1, -1};
-const char* const UnicastAddress_iPSourceRouteAddress::fieldNames[4] = {
-    "routing",
-    "network",
-    "tsapIdentifier",
-    "route",
-};
-const UnicastAddress_iPSourceRouteAddress::InfoType UnicastAddress_iPSourceRouteAddress::theInfo = {&UnicastAddress_iPSourceRouteAddress::create, 16, true, fieldInfos, fieldIds, 4, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress::create(const void* info) {
-    return new UnicastAddress_iPSourceRouteAddress(info);
-}
-ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress::do_clone() const {
-    return new UnicastAddress_iPSourceRouteAddress(*this);
-}
-
-// UnicastAddress_iPSourceRouteAddress.routing
-const void* const UnicastAddress_iPSourceRouteAddress_routing::selectionInfos[2] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const UnicastAddress_iPSourceRouteAddress_routing::selectionNames[2] = {
-    "strict",
-    "loose",
-};
-const UnicastAddress_iPSourceRouteAddress_routing::InfoType UnicastAddress_iPSourceRouteAddress_routing::theInfo = {&UnicastAddress_iPSourceRouteAddress_routing::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress_routing::create(const void* info) {
-    return new UnicastAddress_iPSourceRouteAddress_routing(info);
-}
-ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress_routing::do_clone() const {
-    return new UnicastAddress_iPSourceRouteAddress_routing(*this);
-}
-
-// MulticastAddress
-const void* const MulticastAddress::selectionInfos[4] = {
-    &MulticastAddress_iPAddress::theInfo,
-    &MulticastAddress_iP6Address::theInfo,
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 20u>>::theInfo,
-    &NonStandardParameter::theInfo,
-};
-const char* const MulticastAddress::selectionNames[4] = {
-    "iPAddress",
-    "iP6Address",
-    "nsap",
-    "nonStandardAddress",
-};
-const MulticastAddress::InfoType MulticastAddress::theInfo = {&MulticastAddress::create, 0, true, selectionInfos, 2, 4, 0, selectionNames};
-ASN1::AbstractData* MulticastAddress::create(const void* info) {
-    return new MulticastAddress(info);
-}
-ASN1::AbstractData* MulticastAddress::do_clone() const {
-    return new MulticastAddress(*this);
-}
-
-// MulticastAddress.iPAddress
-const void* const MulticastAddress_iPAddress::fieldInfos[2] = {
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-};
-const int MulticastAddress_iPAddress::fieldIds[2] = {-1, -1};
-const char* const MulticastAddress_iPAddress::fieldNames[2] = {
-    "network",
-    "tsapIdentifier",
-};
-const MulticastAddress_iPAddress::InfoType MulticastAddress_iPAddress::theInfo = {&MulticastAddress_iPAddress::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MulticastAddress_iPAddress::create(const void* info) {
-    return new MulticastAddress_iPAddress(info);
-}
-ASN1::AbstractData* MulticastAddress_iPAddress::do_clone() const {
-    return new MulticastAddress_iPAddress(*this);
-}
-
-// MulticastAddress.iP6Address
-const void* const MulticastAddress_iP6Address::fieldInfos[2] = {
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-};
-const int MulticastAddress_iP6Address::fieldIds[2] = {-1, -1};
-const char* const MulticastAddress_iP6Address::fieldNames[2] = {
-    "network",
-    "tsapIdentifier",
-};
-const MulticastAddress_iP6Address::InfoType MulticastAddress_iP6Address::theInfo = {&MulticastAddress_iP6Address::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MulticastAddress_iP6Address::create(const void* info) {
-    return new MulticastAddress_iP6Address(info);
-}
-ASN1::AbstractData* MulticastAddress_iP6Address::do_clone() const {
-    return new MulticastAddress_iP6Address(*this);
-}
-
-// EncryptionSync
-const void* const EncryptionSync::fieldInfos[4] = {
-    &NonStandardParameter::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
-    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 65535u>>::theInfo,
-    &ASN1::SEQUENCE_OF<EscrowData, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
-};
-const int EncryptionSync::fieldIds[4] = {0, -1, -1, 1};
-const char* const EncryptionSync::fieldNames[4] = {
-    "nonStandard",
-    "synchFlag",
-    "h235Key",
-    "escrowentry",
-};
-const EncryptionSync::InfoType EncryptionSync::theInfo = {&EncryptionSync::create, 16, true, fieldInfos, fieldIds, 4, 0, 2, nullptr, 0, fieldNames};
-ASN1::AbstractData* EncryptionSync::create(const void* info) {
-    return new EncryptionSync(info);
-}
-ASN1::AbstractData* EncryptionSync::do_clone() const {
-    return new EncryptionSync(*this);
-}
-
-// EscrowData
-const void* const EscrowData::fieldInfos[2] = {
-    &ASN1::OBJECT_IDENTIFIER::theInfo,
-    &ASN1::Constrained_BIT_STRING<ASN1::SizeConstraint<2u, 1, 65535u>>::theInfo,
-};
-const int EscrowData::fieldIds[2] = {-1, -1};
-const char* const EscrowData::fieldNames[2] = {
-    "escrowID",
-    "escrowValue",
-};
-const EscrowData::InfoType EscrowData::theInfo = {&EscrowData::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* EscrowData::create(const void* info) {
-    return new EscrowData(info);
-}
-ASN1::AbstractData* EscrowData::do_clone() const {
-    return new EscrowData(*this);
-}
-
-// OpenLogicalChannelAck
-const void* const OpenLogicalChannelAck::fieldInfos[5] = {
-    &LogicalChannelNumber::theInfo,
-    &OpenLogicalChannelAck_reverseLogicalChannelParameters::theInfo,
-    &NetworkAccessParameters::theInfo,
-    &OpenLogicalChannelAck_forwardMultiplexAckParameters::theInfo,
-    &EncryptionSync::theInfo,
-};
-const int OpenLogicalChannelAck::fieldIds[5] = {-1, 0, 0, 0, 0};
-const char* const OpenLogicalChannelAck::fieldNames[5] = {
-    "forwardLogicalChannelNumber",
-    "reverseLogicalChannelParameters",
-    "separateStack",
-    "forwardMultiplexAckParameters",
-    "encryptionSync",
-};
-const OpenLogicalChannelAck::InfoType OpenLogicalChannelAck::theInfo = {&OpenLogicalChannelAck::create, 16, true, fieldInfos, fieldIds, 2, 3, 1, nullptr, 0, fieldNames};
-ASN1::AbstractData* OpenLogicalChannelAck::create(const void* info) {
-    return new OpenLogicalChannelAck(info);
-}
-ASN1::AbstractData* OpenLogicalChannelAck::do_clone() const {
-    return new OpenLogicalChannelAck(*this);
-}
-
-// OpenLogicalChannelAck.reverseLogicalChannelParameters
-const void* const OpenLogicalChannelAck_reverseLogicalChannelParameters::fieldInfos[4] = {
-    &LogicalChannelNumber::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-    &OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::theInfo,
-    &LogicalChannelNumber::theInfo,
-};
-const int OpenLogicalChannelAck_reverseLogicalChannelParameters::fieldIds[4] = {-1, 0, 1, 0};
-const char* const OpenLogicalChannelAck_reverseLogicalChannelParameters::fieldNames[4] = {
-    "reverseLogicalChannelNumber",
-    "portNumber",
-    "multiplexParameters",
-    "replacementFor",
-};
-const OpenLogicalChannelAck_reverseLogicalChannelParameters::InfoType OpenLogicalChannelAck_reverseLogicalChannelParameters::theInfo = {&OpenLogicalChannelAck_reverseLogicalChannelParameters::create, 16, true, fieldInfos, fieldIds, 3, 1, 2, nullptr, 0, fieldNames};
-ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters::create(const void* info) {
-    return new OpenLogicalChannelAck_reverseLogicalChannelParameters(info);
-}
-ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters::do_clone() const {
-    return new OpenLogicalChannelAck_reverseLogicalChannelParameters(*this);
-}
-
-// OpenLogicalChannelAck_reverseLogicalChannelParameters.multiplexParameters
-const void* const OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::selectionInfos[2] = {
-    &H222LogicalChannelParameters::theInfo,
-    &H2250LogicalChannelParameters::theInfo,
-};
-const char* const OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::selectionNames[2] = {
-    "h222LogicalChannelParameters",
-    "h2250LogicalChannelParameters",
-};
-const OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::InfoType OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::theInfo = {&OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::create, 0, true, selectionInfos, 1, 2, 0, selectionNames};
-ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::create(const void* info) {
-    return new OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters(info);
-}
-ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::do_clone() const {
-    return new OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters(*this);
-}
-
-// OpenLogicalChannelAck.forwardMultiplexAckParameters
-const void* const OpenLogicalChannelAck_forwardMultiplexAckParameters::selectionInfos[1] = {
-    &H2250LogicalChannelAckParameters::theInfo,
-};
-const char* const OpenLogicalChannelAck_forwardMultiplexAckParameters::selectionNames[1] = {
-    "h2250LogicalChannelAckParameters",
-};
-const OpenLogicalChannelAck_forwardMultiplexAckParameters::InfoType OpenLogicalChannelAck_forwardMultiplexAckParameters::theInfo = {&OpenLogicalChannelAck_forwardMultiplexAckParameters::create, 0, true, selectionInfos, 1, 1, 0, selectionNames};
-ASN1::AbstractData* OpenLogicalChannelAck_forwardMultiplexAckParameters::create(const void* info) {
-    return new OpenLogicalChannelAck_forwardMultiplexAckParameters(info);
-}
-ASN1::AbstractData* OpenLogicalChannelAck_forwardMultiplexAckParameters::do_clone() const {
-    return new OpenLogicalChannelAck_forwardMultiplexAckParameters(*this);
-}
-
-// OpenLogicalChannelReject
-const void* const OpenLogicalChannelReject::fieldInfos[2] = {
-    &LogicalChannelNumber::theInfo,
-    &OpenLogicalChannelReject_cause::theInfo,
-};
-const int OpenLogicalChannelReject::fieldIds[2] = {-1, -1};
-const char* const OpenLogicalChannelReject::fieldNames[2] = {
-    "forwardLogicalChannelNumber",
-    "cause",
-};
-const OpenLogicalChannelReject::InfoType OpenLogicalChannelReject::theInfo = {&OpenLogicalChannelReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* OpenLogicalChannelReject::create(const void* info) {
-    return new OpenLogicalChannelReject(info);
-}
-ASN1::AbstractData* OpenLogicalChannelReject::do_clone() const {
-    return new OpenLogicalChannelReject(*this);
-}
-
-// OpenLogicalChannelReject.cause
-const void* const OpenLogicalChannelReject_cause::selectionInfos[14] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const OpenLogicalChannelReject_cause::selectionNames[14] = {
-    "unspecified",
-    "unsuitableReverseParameters",
-    "dataTypeNotSupported",
-    "dataTypeNotAvailable",
-    "unknownDataType",
-    "dataTypeALCombinationNotSupported",
-    "multicastChannelNotAllowed",
-    "insufficientBandwidth",
-    "separateStackEstablishmentFailed",
-    "invalidSessionID",
-    "masterSlaveConflict",
-    "waitForCommunicationMode",
-    "invalidDependentChannel",
-    "replacementForRejected",
-};
-const OpenLogicalChannelReject_cause::InfoType OpenLogicalChannelReject_cause::theInfo = {&OpenLogicalChannelReject_cause::create, 0, true, selectionInfos, 6, 14, 0, selectionNames};
-ASN1::AbstractData* OpenLogicalChannelReject_cause::create(const void* info) {
-    return new OpenLogicalChannelReject_cause(info);
-}
-ASN1::AbstractData* OpenLogicalChannelReject_cause::do_clone() const {
-    return new OpenLogicalChannelReject_cause(*this);
-}
-
-// OpenLogicalChannelConfirm
-const void* const OpenLogicalChannelConfirm::fieldInfos[1] = {
-    &LogicalChannelNumber::theInfo,
-};
-const int OpenLogicalChannelConfirm::fieldIds[1] = {-1};
-const char* const OpenLogicalChannelConfirm::fieldNames[1] = {
-    "forwardLogicalChannelNumber",
-};
-const OpenLogicalChannelConfirm::InfoType OpenLogicalChannelConfirm::theInfo = {&OpenLogicalChannelConfirm::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* OpenLogicalChannelConfirm::create(const void* info) {
-    return new OpenLogicalChannelConfirm(info);
-}
-ASN1::AbstractData* OpenLogicalChannelConfirm::do_clone() const {
-    return new OpenLogicalChannelConfirm(*this);
-}
-
-// H2250LogicalChannelAckParameters
-const void* const H2250LogicalChannelAckParameters::fieldInfos[7] = {
-    &ASN1::SEQUENCE_OF<NonStandardParameter, ASN1::EmptyConstraint>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
-    &TransportAddress::theInfo,
-    &TransportAddress::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 96, 127u>::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-};
-const int H2250LogicalChannelAckParameters::fieldIds[7] = {0, 1, 2, 3, 4, 0, 0};
-const char* const H2250LogicalChannelAckParameters::fieldNames[7] = {
-    "nonStandard",
-    "sessionID",
-    "mediaChannel",
-    "mediaControlChannel",
-    "dynamicRTPPayloadType",
-    "flowControlToZero",
-    "portNumber",
-};
-const H2250LogicalChannelAckParameters::InfoType H2250LogicalChannelAckParameters::theInfo = {&H2250LogicalChannelAckParameters::create, 16, true, fieldInfos, fieldIds, 5, 2, 5, nullptr, 0, fieldNames};
-ASN1::AbstractData* H2250LogicalChannelAckParameters::create(const void* info) {
-    return new H2250LogicalChannelAckParameters(info);
-}
-ASN1::AbstractData* H2250LogicalChannelAckParameters::do_clone() const {
-    return new H2250LogicalChannelAckParameters(*this);
-}
-
-// CloseLogicalChannel
-const void* const CloseLogicalChannel::fieldInfos[3] = {
-    &LogicalChannelNumber::theInfo,
-    &CloseLogicalChannel_source::theInfo,
-    &CloseLogicalChannel_reason::theInfo,
-};
-const int CloseLogicalChannel::fieldIds[3] = {-1, -1, 0};
-const char* const CloseLogicalChannel::fieldNames[3] = {
-    "forwardLogicalChannelNumber",
-    "source",
-    "reason",
-};
-const CloseLogicalChannel::InfoType CloseLogicalChannel::theInfo = {&CloseLogicalChannel::create, 16, true, fieldInfos, fieldIds, 2, 1, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* CloseLogicalChannel::create(const void* info) {
-    return new CloseLogicalChannel(info);
-}
-ASN1::AbstractData* CloseLogicalChannel::do_clone() const {
-    return new CloseLogicalChannel(*this);
-}
-
-// CloseLogicalChannel.source
-const void* const CloseLogicalChannel_source::selectionInfos[2] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const CloseLogicalChannel_source::selectionNames[2] = {
-    "user",
-    "lcse",
-};
-const CloseLogicalChannel_source::InfoType CloseLogicalChannel_source::theInfo = {&CloseLogicalChannel_source::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* CloseLogicalChannel_source::create(const void* info) {
-    return new CloseLogicalChannel_source(info);
-}
-ASN1::AbstractData* CloseLogicalChannel_source::do_clone() const {
-    return new CloseLogicalChannel_source(*this);
-}
-
-// CloseLogicalChannel.reason
-const void* const CloseLogicalChannel_reason::selectionInfos[3] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const CloseLogicalChannel_reason::selectionNames[3] = {
-    "unknown",
-    "reopen",
-    "reservationFailure",
-};
-const CloseLogicalChannel_reason::InfoType CloseLogicalChannel_reason::theInfo = {&CloseLogicalChannel_reason::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
-ASN1::AbstractData* CloseLogicalChannel_reason::create(const void* info) {
-    return new CloseLogicalChannel_reason(info);
-}
-ASN1::AbstractData* CloseLogicalChannel_reason::do_clone() const {
-    return new CloseLogicalChannel_reason(*this);
-}
-
-// CloseLogicalChannelAck
-const void* const CloseLogicalChannelAck::fieldInfos[1] = {
-    &LogicalChannelNumber::theInfo,
-};
-const int CloseLogicalChannelAck::fieldIds[1] = {-1};
-const char* const CloseLogicalChannelAck::fieldNames[1] = {
-    "forwardLogicalChannelNumber",
-};
-const CloseLogicalChannelAck::InfoType CloseLogicalChannelAck::theInfo = {&CloseLogicalChannelAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* CloseLogicalChannelAck::create(const void* info) {
-    return new CloseLogicalChannelAck(info);
-}
-ASN1::AbstractData* CloseLogicalChannelAck::do_clone() const {
-    return new CloseLogicalChannelAck(*this);
-}
-
-// RequestChannelClose
-const void* const RequestChannelClose::fieldInfos[3] = {
-    &LogicalChannelNumber::theInfo,
-    &QOSCapability::theInfo,
-    &RequestChannelClose_reason::theInfo,
-};
-const int RequestChannelClose::fieldIds[3] = {-1, 0, 0};
-const char* const RequestChannelClose::fieldNames[3] = {
-    "forwardLogicalChannelNumber",
-    "qosCapability",
-    "reason",
-};
-const RequestChannelClose::InfoType RequestChannelClose::theInfo = {&RequestChannelClose::create, 16, true, fieldInfos, fieldIds, 1, 2, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestChannelClose::create(const void* info) {
-    return new RequestChannelClose(info);
-}
-ASN1::AbstractData* RequestChannelClose::do_clone() const {
-    return new RequestChannelClose(*this);
-}
-
-// RequestChannelClose.reason
-const void* const RequestChannelClose_reason::selectionInfos[4] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const RequestChannelClose_reason::selectionNames[4] = {
-    "unknown",
-    "normal",
-    "reopen",
-    "reservationFailure",
-};
-const RequestChannelClose_reason::InfoType RequestChannelClose_reason::theInfo = {&RequestChannelClose_reason::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
-ASN1::AbstractData* RequestChannelClose_reason::create(const void* info) {
-    return new RequestChannelClose_reason(info);
-}
-ASN1::AbstractData* RequestChannelClose_reason::do_clone() const {
-    return new RequestChannelClose_reason(*this);
-}
-
-// RequestChannelCloseAck
-const void* const RequestChannelCloseAck::fieldInfos[1] = {
-    &LogicalChannelNumber::theInfo,
-};
-const int RequestChannelCloseAck::fieldIds[1] = {-1};
-const char* const RequestChannelCloseAck::fieldNames[1] = {
-    "forwardLogicalChannelNumber",
-};
-const RequestChannelCloseAck::InfoType RequestChannelCloseAck::theInfo = {&RequestChannelCloseAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestChannelCloseAck::create(const void* info) {
-    return new RequestChannelCloseAck(info);
-}
-ASN1::AbstractData* RequestChannelCloseAck::do_clone() const {
-    return new RequestChannelCloseAck(*this);
-}
-
-// RequestChannelCloseReject
-const void* const RequestChannelCloseReject::fieldInfos[2] = {
-    &LogicalChannelNumber::theInfo,
-    &RequestChannelCloseReject_cause::theInfo,
-};
-const int RequestChannelCloseReject::fieldIds[2] = {-1, -1};
-const char* const RequestChannelCloseReject::fieldNames[2] = {
-    "forwardLogicalChannelNumber",
-    "cause",
-};
-const RequestChannelCloseReject::InfoType RequestChannelCloseReject::theInfo = {&RequestChannelCloseReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestChannelCloseReject::create(const void* info) {
-    return new RequestChannelCloseReject(info);
-}
-ASN1::AbstractData* RequestChannelCloseReject::do_clone() const {
-    return new RequestChannelCloseReject(*this);
-}
-
-// RequestChannelCloseReject.cause
-const void* const RequestChannelCloseReject_cause::selectionInfos[1] = {
-    &ASN1::Null::theInfo,
-};
-const char* const RequestChannelCloseReject_cause::selectionNames[1] = {
-    "unspecified",
-};
-const RequestChannelCloseReject_cause::InfoType RequestChannelCloseReject_cause::theInfo = {&RequestChannelCloseReject_cause::create, 0, true, selectionInfos, 1, 1, 0, selectionNames};
-ASN1::AbstractData* RequestChannelCloseReject_cause::create(const void* info) {
-    return new RequestChannelCloseReject_cause(info);
-}
-ASN1::AbstractData* RequestChannelCloseReject_cause::do_clone() const {
-    return new RequestChannelCloseReject_cause(*this);
-}
-
-// RequestChannelCloseRelease
-const void* const RequestChannelCloseRelease::fieldInfos[1] = {
-    &LogicalChannelNumber::theInfo,
-};
-const int RequestChannelCloseRelease::fieldIds[1] = {-1};
-const char* const RequestChannelCloseRelease::fieldNames[1] = {
-    "forwardLogicalChannelNumber",
-};
-const RequestChannelCloseRelease::InfoType RequestChannelCloseRelease::theInfo = {&RequestChannelCloseRelease::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestChannelCloseRelease::create(const void* info) {
-    return new RequestChannelCloseRelease(info);
-}
-ASN1::AbstractData* RequestChannelCloseRelease::do_clone() const {
-    return new RequestChannelCloseRelease(*this);
-}
-
-// MultiplexEntrySend
-const void* const MultiplexEntrySend::fieldInfos[2] = {
-    &SequenceNumber::theInfo,
-    &ASN1::SET_OF<MultiplexEntryDescriptor, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int MultiplexEntrySend::fieldIds[2] = {-1, -1};
-const char* const MultiplexEntrySend::fieldNames[2] = {
-    "sequenceNumber",
-    "multiplexEntryDescriptors",
-};
-const MultiplexEntrySend::InfoType MultiplexEntrySend::theInfo = {&MultiplexEntrySend::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexEntrySend::create(const void* info) {
-    return new MultiplexEntrySend(info);
-}
-ASN1::AbstractData* MultiplexEntrySend::do_clone() const {
-    return new MultiplexEntrySend(*this);
-}
-
-// MultiplexEntryDescriptor
-const void* const MultiplexEntryDescriptor::fieldInfos[2] = {
-    &MultiplexTableEntryNumber::theInfo,
-    &ASN1::SEQUENCE_OF<MultiplexElement, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
-};
-const int MultiplexEntryDescriptor::fieldIds[2] = {-1, 0};
-const char* const MultiplexEntryDescriptor::fieldNames[2] = {
-    "multiplexTableEntryNumber",
-    "elementList",
-};
-const MultiplexEntryDescriptor::InfoType MultiplexEntryDescriptor::theInfo = {&MultiplexEntryDescriptor::create, 16, false, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexEntryDescriptor::create(const void* info) {
-    return new MultiplexEntryDescriptor(info);
-}
-ASN1::AbstractData* MultiplexEntryDescriptor::do_clone() const {
-    return new MultiplexEntryDescriptor(*this);
-}
-
-// MultiplexElement
-const void* const MultiplexElement::fieldInfos[2] = {
-    &MultiplexElement_type::theInfo,
-    &MultiplexElement_repeatCount::theInfo,
-};
-const int MultiplexElement::fieldIds[2] = {-1, -1};
-const char* const MultiplexElement::fieldNames[2] = {
-    "type",
-    "repeatCount",
-};
-const MultiplexElement::InfoType MultiplexElement::theInfo = {&MultiplexElement::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexElement::create(const void* info) {
-    return new MultiplexElement(info);
-}
-ASN1::AbstractData* MultiplexElement::do_clone() const {
-    return new MultiplexElement(*this);
-}
-
-// MultiplexElement.type
-const void* const MultiplexElement_type::selectionInfos[2] = {
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
-    &ASN1::SEQUENCE_OF<MultiplexElement, ASN1::SizeConstraint<2u, 2, 255u>>::theInfo,
-};
-const char* const MultiplexElement_type::selectionNames[2] = {
-    "logicalChannelNumber",
-    "subElementList",
-};
-const MultiplexElement_type::InfoType MultiplexElement_type::theInfo = {&MultiplexElement_type::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* MultiplexElement_type::create(const void* info) {
-    return new MultiplexElement_type(info);
-}
-ASN1::AbstractData* MultiplexElement_type::do_clone() const {
-    return new MultiplexElement_type(*this);
-}
-
-// MultiplexElement.repeatCount
-const void* const MultiplexElement_repeatCount::selectionInfos[2] = {
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 65535u>::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const MultiplexElement_repeatCount::selectionNames[2] = {
-    "finite",
-    "untilClosingFlag",
-};
-const MultiplexElement_repeatCount::InfoType MultiplexElement_repeatCount::theInfo = {&MultiplexElement_repeatCount::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* MultiplexElement_repeatCount::create(const void* info) {
-    return new MultiplexElement_repeatCount(info);
-}
-ASN1::AbstractData* MultiplexElement_repeatCount::do_clone() const {
-    return new MultiplexElement_repeatCount(*this);
-}
-
-// MultiplexTableEntryNumber
-const MultiplexTableEntryNumber::InfoType MultiplexTableEntryNumber::theInfo = {&MultiplexTableEntryNumber::create, 2, (ASN1::ConstraintType)2, 1, 15u};
-ASN1::AbstractData* MultiplexTableEntryNumber::create(const void* info) {
-    return new MultiplexTableEntryNumber(info);
-}
-ASN1::AbstractData* MultiplexTableEntryNumber::do_clone() const {
-    return new MultiplexTableEntryNumber(*this);
-}
-
-// MultiplexEntrySendAck
-const void* const MultiplexEntrySendAck::fieldInfos[2] = {
-    &SequenceNumber::theInfo,
-    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int MultiplexEntrySendAck::fieldIds[2] = {-1, -1};
-const char* const MultiplexEntrySendAck::fieldNames[2] = {
-    "sequenceNumber",
-    "multiplexTableEntryNumber",
-};
-const MultiplexEntrySendAck::InfoType MultiplexEntrySendAck::theInfo = {&MultiplexEntrySendAck::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexEntrySendAck::create(const void* info) {
-    return new MultiplexEntrySendAck(info);
-}
-ASN1::AbstractData* MultiplexEntrySendAck::do_clone() const {
-    return new MultiplexEntrySendAck(*this);
-}
-
-// MultiplexEntrySendReject
-const void* const MultiplexEntrySendReject::fieldInfos[2] = {
-    &SequenceNumber::theInfo,
-    &ASN1::SET_OF<MultiplexEntryRejectionDescriptions, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int MultiplexEntrySendReject::fieldIds[2] = {-1, -1};
-const char* const MultiplexEntrySendReject::fieldNames[2] = {
-    "sequenceNumber",
-    "rejectionDescriptions",
-};
-const MultiplexEntrySendReject::InfoType MultiplexEntrySendReject::theInfo = {&MultiplexEntrySendReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexEntrySendReject::create(const void* info) {
-    return new MultiplexEntrySendReject(info);
-}
-ASN1::AbstractData* MultiplexEntrySendReject::do_clone() const {
-    return new MultiplexEntrySendReject(*this);
-}
-
-// MultiplexEntryRejectionDescriptions
-const void* const MultiplexEntryRejectionDescriptions::fieldInfos[2] = {
-    &MultiplexTableEntryNumber::theInfo,
-    &MultiplexEntryRejectionDescriptions_cause::theInfo,
-};
-const int MultiplexEntryRejectionDescriptions::fieldIds[2] = {-1, -1};
-const char* const MultiplexEntryRejectionDescriptions::fieldNames[2] = {
-    "multiplexTableEntryNumber",
-    "cause",
-};
-const MultiplexEntryRejectionDescriptions::InfoType MultiplexEntryRejectionDescriptions::theInfo = {&MultiplexEntryRejectionDescriptions::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexEntryRejectionDescriptions::create(const void* info) {
-    return new MultiplexEntryRejectionDescriptions(info);
-}
-ASN1::AbstractData* MultiplexEntryRejectionDescriptions::do_clone() const {
-    return new MultiplexEntryRejectionDescriptions(*this);
-}
-
-// MultiplexEntryRejectionDescriptions.cause
-const void* const MultiplexEntryRejectionDescriptions_cause::selectionInfos[2] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const MultiplexEntryRejectionDescriptions_cause::selectionNames[2] = {
-    "unspecifiedCause",
-    "descriptorTooComplex",
-};
-const MultiplexEntryRejectionDescriptions_cause::InfoType MultiplexEntryRejectionDescriptions_cause::theInfo = {&MultiplexEntryRejectionDescriptions_cause::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* MultiplexEntryRejectionDescriptions_cause::create(const void* info) {
-    return new MultiplexEntryRejectionDescriptions_cause(info);
-}
-ASN1::AbstractData* MultiplexEntryRejectionDescriptions_cause::do_clone() const {
-    return new MultiplexEntryRejectionDescriptions_cause(*this);
-}
-
-// MultiplexEntrySendRelease
-const void* const MultiplexEntrySendRelease::fieldInfos[1] = {
-    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int MultiplexEntrySendRelease::fieldIds[1] = {-1};
-const char* const MultiplexEntrySendRelease::fieldNames[1] = {
-    "multiplexTableEntryNumber",
-};
-const MultiplexEntrySendRelease::InfoType MultiplexEntrySendRelease::theInfo = {&MultiplexEntrySendRelease::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexEntrySendRelease::create(const void* info) {
-    return new MultiplexEntrySendRelease(info);
-}
-ASN1::AbstractData* MultiplexEntrySendRelease::do_clone() const {
-    return new MultiplexEntrySendRelease(*this);
-}
-
-// RequestMultiplexEntry
-const void* const RequestMultiplexEntry::fieldInfos[1] = {
-    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int RequestMultiplexEntry::fieldIds[1] = {-1};
-const char* const RequestMultiplexEntry::fieldNames[1] = {
-    "entryNumbers",
-};
-const RequestMultiplexEntry::InfoType RequestMultiplexEntry::theInfo = {&RequestMultiplexEntry::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestMultiplexEntry::create(const void* info) {
-    return new RequestMultiplexEntry(info);
-}
-ASN1::AbstractData* RequestMultiplexEntry::do_clone() const {
-    return new RequestMultiplexEntry(*this);
-}
-
-// RequestMultiplexEntryAck
-const void* const RequestMultiplexEntryAck::fieldInfos[1] = {
-    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int RequestMultiplexEntryAck::fieldIds[1] = {-1};
-const char* const RequestMultiplexEntryAck::fieldNames[1] = {
-    "entryNumbers",
-};
-const RequestMultiplexEntryAck::InfoType RequestMultiplexEntryAck::theInfo = {&RequestMultiplexEntryAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestMultiplexEntryAck::create(const void* info) {
-    return new RequestMultiplexEntryAck(info);
-}
-ASN1::AbstractData* RequestMultiplexEntryAck::do_clone() const {
-    return new RequestMultiplexEntryAck(*this);
-}
-
-// RequestMultiplexEntryReject
-const void* const RequestMultiplexEntryReject::fieldInfos[2] = {
-    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-    &ASN1::SET_OF<RequestMultiplexEntryRejectionDescriptions, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int RequestMultiplexEntryReject::fieldIds[2] = {-1, -1};
-const char* const RequestMultiplexEntryReject::fieldNames[2] = {
-    "entryNumbers",
-    "rejectionDescriptions",
-};
-const RequestMultiplexEntryReject::InfoType RequestMultiplexEntryReject::theInfo = {&RequestMultiplexEntryReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestMultiplexEntryReject::create(const void* info) {
-    return new RequestMultiplexEntryReject(info);
-}
-ASN1::AbstractData* RequestMultiplexEntryReject::do_clone() const {
-    return new RequestMultiplexEntryReject(*this);
-}
-
-// RequestMultiplexEntryRejectionDescriptions
-const void* const RequestMultiplexEntryRejectionDescriptions::fieldInfos[2] = {
-    &MultiplexTableEntryNumber::theInfo,
-    &RequestMultiplexEntryRejectionDescriptions_cause::theInfo,
-};
-const int RequestMultiplexEntryRejectionDescriptions::fieldIds[2] = {-1, -1};
-const char* const RequestMultiplexEntryRejectionDescriptions::fieldNames[2] = {
-    "multiplexTableEntryNumber",
-    "cause",
-};
-const RequestMultiplexEntryRejectionDescriptions::InfoType RequestMultiplexEntryRejectionDescriptions::theInfo = {&RequestMultiplexEntryRejectionDescriptions::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions::create(const void* info) {
-    return new RequestMultiplexEntryRejectionDescriptions(info);
-}
-ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions::do_clone() const {
-    return new RequestMultiplexEntryRejectionDescriptions(*this);
-}
-
-// RequestMultiplexEntryRejectionDescriptions.cause
-const void* const RequestMultiplexEntryRejectionDescriptions_cause::selectionInfos[1] = {
-    &ASN1::Null::theInfo,
-};
-const char* const RequestMultiplexEntryRejectionDescriptions_cause::selectionNames[1] = {
-    "unspecifiedCause",
-};
-const RequestMultiplexEntryRejectionDescriptions_cause::InfoType RequestMultiplexEntryRejectionDescriptions_cause::theInfo = {&RequestMultiplexEntryRejectionDescriptions_cause::create, 0, true, selectionInfos, 1, 1, 0, selectionNames};
-ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions_cause::create(const void* info) {
-    return new RequestMultiplexEntryRejectionDescriptions_cause(info);
-}
-ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions_cause::do_clone() const {
-    return new RequestMultiplexEntryRejectionDescriptions_cause(*this);
-}
-
-// RequestMultiplexEntryRelease
-const void* const RequestMultiplexEntryRelease::fieldInfos[1] = {
-    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
-};
-const int RequestMultiplexEntryRelease::fieldIds[1] = {-1};
-const char* const RequestMultiplexEntryRelease::fieldNames[1] = {
-    "entryNumbers",
-};
-const RequestMultiplexEntryRelease::InfoType RequestMultiplexEntryRelease::theInfo = {&RequestMultiplexEntryRelease::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestMultiplexEntryRelease::create(const void* info) {
-    return new RequestMultiplexEntryRelease(info);
-}
-ASN1::AbstractData* RequestMultiplexEntryRelease::do_clone() const {
-    return new RequestMultiplexEntryRelease(*this);
-}
-
-// RequestMode
-const void* const RequestMode::fieldInfos[2] = {
-    &SequenceNumber::theInfo,
-    &ASN1::SEQUENCE_OF<ModeDescription, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
-};
-const int RequestMode::fieldIds[2] = {-1, -1};
-const char* const RequestMode::fieldNames[2] = {
-    "sequenceNumber",
-    "requestedModes",
-};
-const RequestMode::InfoType RequestMode::theInfo = {&RequestMode::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestMode::create(const void* info) {
-    return new RequestMode(info);
-}
-ASN1::AbstractData* RequestMode::do_clone() const {
-    return new RequestMode(*this);
-}
-
-// RequestModeAck
-const void* const RequestModeAck::fieldInfos[2] = {
-    &SequenceNumber::theInfo,
-    &RequestModeAck_response::theInfo,
-};
-const int RequestModeAck::fieldIds[2] = {-1, -1};
-const char* const RequestModeAck::fieldNames[2] = {
-    "sequenceNumber",
-    "response",
-};
-const RequestModeAck::InfoType RequestModeAck::theInfo = {&RequestModeAck::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestModeAck::create(const void* info) {
-    return new RequestModeAck(info);
-}
-ASN1::AbstractData* RequestModeAck::do_clone() const {
-    return new RequestModeAck(*this);
-}
-
-// RequestModeAck.response
-const void* const RequestModeAck_response::selectionInfos[2] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const RequestModeAck_response::selectionNames[2] = {
-    "willTransmitMostPreferredMode",
-    "willTransmitLessPreferredMode",
-};
-const RequestModeAck_response::InfoType RequestModeAck_response::theInfo = {&RequestModeAck_response::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* RequestModeAck_response::create(const void* info) {
-    return new RequestModeAck_response(info);
-}
-ASN1::AbstractData* RequestModeAck_response::do_clone() const {
-    return new RequestModeAck_response(*this);
-}
-
-// RequestModeReject
-const void* const RequestModeReject::fieldInfos[2] = {
-    &SequenceNumber::theInfo,
-    &RequestModeReject_cause::theInfo,
-};
-const int RequestModeReject::fieldIds[2] = {-1, -1};
-const char* const RequestModeReject::fieldNames[2] = {
-    "sequenceNumber",
-    "cause",
-};
-const RequestModeReject::InfoType RequestModeReject::theInfo = {&RequestModeReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* RequestModeReject::create(const void* info) {
-    return new RequestModeReject(info);
-}
-ASN1::AbstractData* RequestModeReject::do_clone() const {
-    return new RequestModeReject(*this);
-}
-
-// RequestModeReject.cause
-const void* const RequestModeReject_cause::selectionInfos[3] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const RequestModeReject_cause::selectionNames[3] = {
-    "modeUnavailable",
-    "multipointConstraint",
-    "requestDenied",
-};
-const RequestModeReject_cause::InfoType RequestModeReject_cause::theInfo = {&RequestModeReject_cause::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
-ASN1::AbstractData* RequestModeReject_cause::create(const void* info) {
-    return new RequestModeReject_cause(info);
-}
-ASN1::AbstractData* RequestModeReject_cause::do_clone() const {
-    return new RequestModeReject_cause(*this);
-}
-
-// RequestModeRelease
-const RequestModeRelease::InfoType RequestModeRelease::theInfo = {&RequestModeRelease::create, 16, true, nullptr, nullptr, 0, 0, 0, nullptr, 0, nullptr};
-ASN1::AbstractData* RequestModeRelease::create(const void* info) {
-    return new RequestModeRelease(info);
-}
-ASN1::AbstractData* RequestModeRelease::do_clone() const {
-    return new RequestModeRelease(*this);
-}
-
-// ModeElement
-const void* const ModeElement::fieldInfos[6] = {
-    &ModeElement_type::theInfo,
-    &H223ModeParameters::theInfo,
-    &V76ModeParameters::theInfo,
-    &H2250ModeParameters::theInfo,
-    &GenericCapability::theInfo,
-    &MultiplexedStreamModeParameters::theInfo,
-};
-const int ModeElement::fieldIds[6] = {-1, 0, 0, 0, 0, 0};
-const char* const ModeElement::fieldNames[6] = {
-    "type",
-    "h223ModeParameters",
-    "v76ModeParameters",
-    "h2250ModeParameters",
-    "genericModeParameters",
-    "multiplexedStreamModeParameters",
-};
-const ModeElement::InfoType ModeElement::theInfo = {&ModeElement::create, 16, true, fieldInfos, fieldIds, 2, 4, 1, nullptr, 0, fieldNames};
-ASN1::AbstractData* ModeElement::create(const void* info) {
-    return new ModeElement(info);
-}
-ASN1::AbstractData* ModeElement::do_clone() const {
-    return new ModeElement(*this);
-}
-
-// ModeDescription
-const ModeDescription::InfoType ModeDescription::theInfo = {&ModeDescription::create, 17, (ASN1::ConstraintType)2, 1, 256u, &ModeElement::theInfo};
-ASN1::AbstractData* ModeDescription::create(const void* info) {
-    return new ModeDescription(info);
-}
-ASN1::AbstractData* ModeDescription::do_clone() const {
-    return new ModeDescription(*this);
-}
-
-// ModeElement.type
-const void* const ModeElement_type::selectionInfos[7] = {
-    &NonStandardParameter::theInfo,
-    &VideoMode::theInfo,
-    &AudioMode::theInfo,
-    &DataMode::theInfo,
-    &EncryptionMode::theInfo,
-    &H235Mode::theInfo,
-    &MultiplexedStreamParameter::theInfo,
-};
-const char* const ModeElement_type::selectionNames[7] = {
-    "nonStandard",
-    "videoMode",
-    "audioMode",
-    "dataMode",
-    "encryptionMode",
-    "h235Mode",
-    "multiplexedStreamMode",
-};
-const ModeElement_type::InfoType ModeElement_type::theInfo = {&ModeElement_type::create, 0, true, selectionInfos, 5, 7, 0, selectionNames};
-ASN1::AbstractData* ModeElement_type::create(const void* info) {
-    return new ModeElement_type(info);
-}
-ASN1::AbstractData* ModeElement_type::do_clone() const {
-    return new ModeElement_type(*this);
-}
-
-// H235Mode
-const void* const H235Mode::fieldInfos[2] = {
-    &EncryptionAuthenticationAndIntegrity::theInfo,
-    &H235Mode_mediaMode::theInfo,
-};
-const int H235Mode::fieldIds[2] = {-1, -1};
-const char* const H235Mode::fieldNames[2] = {
-    "encryptionAuthenticationAndIntegrity",
-    "mediaMode",
-};
-const H235Mode::InfoType H235Mode::theInfo = {&H235Mode::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* H235Mode::create(const void* info) {
-    return new H235Mode(info);
-}
-ASN1::AbstractData* H235Mode::do_clone() const {
-    return new H235Mode(*this);
-}
-
-// H235Mode.mediaMode
-const void* const H235Mode_mediaMode::selectionInfos[4] = {
-    &NonStandardParameter::theInfo,
-    &VideoMode::theInfo,
-    &AudioMode::theInfo,
-    &DataMode::theInfo,
-};
-const char* const H235Mode_mediaMode::selectionNames[4] = {
-    "nonStandard",
-    "videoMode",
-    "audioMode",
-    "dataMode",
-};
-const H235Mode_mediaMode::InfoType H235Mode_mediaMode::theInfo = {&H235Mode_mediaMode::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
-ASN1::AbstractData* H235Mode_mediaMode::create(const void* info) {
-    return new H235Mode_mediaMode(info);
-}
-ASN1::AbstractData* H235Mode_mediaMode::do_clone() const {
-    return new H235Mode_mediaMode(*this);
-}
-
-// MultiplexedStreamModeParameters
-const void* const MultiplexedStreamModeParameters::fieldInfos[1] = {
-    &LogicalChannelNumber::theInfo,
-};
-const int MultiplexedStreamModeParameters::fieldIds[1] = {-1};
-const char* const MultiplexedStreamModeParameters::fieldNames[1] = {
-    "logicalChannelNumber",
-};
-const MultiplexedStreamModeParameters::InfoType MultiplexedStreamModeParameters::theInfo = {&MultiplexedStreamModeParameters::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* MultiplexedStreamModeParameters::create(const void* info) {
-    return new MultiplexedStreamModeParameters(info);
-}
-ASN1::AbstractData* MultiplexedStreamModeParameters::do_clone() const {
-    return new MultiplexedStreamModeParameters(*this);
-}
-
-// H223ModeParameters
-const void* const H223ModeParameters::fieldInfos[2] = {
-    &H223ModeParameters_adaptationLayerType::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-};
-const int H223ModeParameters::fieldIds[2] = {-1, -1};
-const char* const H223ModeParameters::fieldNames[2] = {
-    "adaptationLayerType",
-    "segmentableFlag",
-};
-const H223ModeParameters::InfoType H223ModeParameters::theInfo = {&H223ModeParameters::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* H223ModeParameters::create(const void* info) {
-    return new H223ModeParameters(info);
-}
-ASN1::AbstractData* H223ModeParameters::do_clone() const {
-    return new H223ModeParameters(*this);
-}
-
-// H223ModeParameters.adaptationLayerType
-const void* const H223ModeParameters_adaptationLayerType::selectionInfos[9] = {
-    &NonStandardParameter::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &H223ModeParameters_adaptationLayerType_al3::theInfo,
-    &H223AL1MParameters::theInfo,
-    &H223AL2MParameters::theInfo,
-    &H223AL3MParameters::theInfo,
-};
-const char* const H223ModeParameters_adaptationLayerType::selectionNames[9] = {
-    "nonStandard",
-    "al1Framed",
-    "al1NotFramed",
-    "al2WithoutSequenceNumbers",
-    "al2WithSequenceNumbers",
-    "al3",
-    "al1M",
-    "al2M",
-    "al3M",
-};
-const H223ModeParameters_adaptationLayerType::InfoType H223ModeParameters_adaptationLayerType::theInfo = {&H223ModeParameters_adaptationLayerType::create, 0, true, selectionInfos, 6, 9, 0, selectionNames};
-ASN1::AbstractData* H223ModeParameters_adaptationLayerType::create(const void* info) {
-    return new H223ModeParameters_adaptationLayerType(info);
-}
-ASN1::AbstractData* H223ModeParameters_adaptationLayerType::do_clone() const {
-    return new H223ModeParameters_adaptationLayerType(*this);
-}
-
-// H223ModeParameters_adaptationLayerType.al3
-const void* const H223ModeParameters_adaptationLayerType_al3::fieldInfos[2] = {
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 2u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16777215u>::theInfo,
-};
-const int H223ModeParameters_adaptationLayerType_al3::fieldIds[2] = {-1, -1};
-const char* const H223ModeParameters_adaptationLayerType_al3::fieldNames[2] = {
-    "controlFieldOctets",
-    "sendBufferSize",
-};
-const H223ModeParameters_adaptationLayerType_al3::InfoType H223ModeParameters_adaptationLayerType_al3::theInfo = {&H223ModeParameters_adaptationLayerType_al3::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* H223ModeParameters_adaptationLayerType_al3::create(const void* info) {
-    return new H223ModeParameters_adaptationLayerType_al3(info);
-}
-ASN1::AbstractData* H223ModeParameters_adaptationLayerType_al3::do_clone() const {
-    return new H223ModeParameters_adaptationLayerType_al3(*this);
-}
-
-// V76ModeParameters
-const void* const V76ModeParameters::selectionInfos[2] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const V76ModeParameters::selectionNames[2] = {
-    "suspendResumewAddress",
-    "suspendResumewoAddress",
-};
-const V76ModeParameters::InfoType V76ModeParameters::theInfo = {&V76ModeParameters::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* V76ModeParameters::create(const void* info) {
-    return new V76ModeParameters(info);
-}
-ASN1::AbstractData* V76ModeParameters::do_clone() const {
-    return new V76ModeParameters(*this);
-}
-
-// H2250ModeParameters
-const void* const H2250ModeParameters::fieldInfos[1] = {
-    &RedundancyEncodingMode::theInfo,
-};
-const int H2250ModeParameters::fieldIds[1] = {0};
-const char* const H2250ModeParameters::fieldNames[1] = {
-    "redundancyEncodingMode",
-};
-const H2250ModeParameters::InfoType H2250ModeParameters::theInfo = {&H2250ModeParameters::create, 16, true, fieldInfos, fieldIds, 1, 0, 1, nullptr, 0, fieldNames};
-ASN1::AbstractData* H2250ModeParameters::create(const void* info) {
-    return new H2250ModeParameters(info);
-}
-ASN1::AbstractData* H2250ModeParameters::do_clone() const {
-    return new H2250ModeParameters(*this);
-}
-
-// RedundancyEncodingMode
-const void* const RedundancyEncodingMode::fieldInfos[2] = {
-    &RedundancyEncodingMethod::theInfo,
-    &RedundancyEncodingMode_secondaryEncoding::theInfo,
-};
-const int RedundancyEncodingMode::fieldIds[2] = {-1, 0};
-const char* const RedundancyEncodingMode::fieldNames[2] = {
-    "redundancyEncodingMethod",
-    "secondaryEncoding",
-};
-const RedundancyEncodingMode::InfoType RedundancyEncodingMode::theInfo = {&RedundancyEncodingMode::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
-ASN1::AbstractData* RedundancyEncodingMode::create(const void* info) {
-    return new RedundancyEncodingMode(info);
-}
-ASN1::AbstractData* RedundancyEncodingMode::do_clone() const {
-    return new RedundancyEncodingMode(*this);
-}
-
-// RedundancyEncodingMode.secondaryEncoding
-const void* const RedundancyEncodingMode_secondaryEncoding::selectionInfos[2] = {
-    &NonStandardParameter::theInfo,
-    &AudioMode::theInfo,
-};
-const char* const RedundancyEncodingMode_secondaryEncoding::selectionNames[2] = {
-    "nonStandard",
-    "audioData",
-};
-const RedundancyEncodingMode_secondaryEncoding::InfoType RedundancyEncodingMode_secondaryEncoding::theInfo = {&RedundancyEncodingMode_secondaryEncoding::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* RedundancyEncodingMode_secondaryEncoding::create(const void* info) {
-    return new RedundancyEncodingMode_secondaryEncoding(info);
-}
-ASN1::AbstractData* RedundancyEncodingMode_secondaryEncoding::do_clone() const {
-    return new RedundancyEncodingMode_secondaryEncoding(*this);
-}
-
-// VideoMode
-const void* const VideoMode::selectionInfos[6] = {
-    &NonStandardParameter::theInfo,
-    &H261VideoMode::theInfo,
-    &H262VideoMode::theInfo,
-    &H263VideoMode::theInfo,
-    &IS11172VideoMode::theInfo,
-    &GenericCapability::theInfo,
-};
-const char* const VideoMode::selectionNames[6] = {
-    "nonStandard",
-    "h261VideoMode",
-    "h262VideoMode",
-    "h263VideoMode",
-    "is11172VideoMode",
-    "genericVideoMode",
-};
-const VideoMode::InfoType VideoMode::theInfo = {&VideoMode::create, 0, true, selectionInfos, 5, 6, 0, selectionNames};
-ASN1::AbstractData* VideoMode::create(const void* info) {
-    return new VideoMode(info);
-}
-ASN1::AbstractData* VideoMode::do_clone() const {
-    return new VideoMode(*this);
-}
-
-// H261VideoMode
-const void* const H261VideoMode::fieldInfos[3] = {
-    &H261VideoMode_resolution::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 19200u>::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-};
-const int H261VideoMode::fieldIds[3] = {-1, -1, -1};
-const char* const H261VideoMode::fieldNames[3] = {
-    "resolution",
-    "bitRate",
-    "stillImageTransmission",
-};
-const H261VideoMode::InfoType H261VideoMode::theInfo = {&H261VideoMode::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* H261VideoMode::create(const void* info) {
-    return new H261VideoMode(info);
-}
-ASN1::AbstractData* H261VideoMode::do_clone() const {
-    return new H261VideoMode(*this);
-}
-
-// H261VideoMode.resolution
-const void* const H261VideoMode_resolution::selectionInfos[2] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const H261VideoMode_resolution::selectionNames[2] = {
-    "qcif",
-    "cif",
-};
-const H261VideoMode_resolution::InfoType H261VideoMode_resolution::theInfo = {&H261VideoMode_resolution::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
-ASN1::AbstractData* H261VideoMode_resolution::create(const void* info) {
-    return new H261VideoMode_resolution(info);
-}
-ASN1::AbstractData* H261VideoMode_resolution::do_clone() const {
-    return new H261VideoMode_resolution(*this);
-}
-
-// H262VideoMode
-const void* const H262VideoMode::fieldInfos[7] = {
-    &H262VideoMode_profileAndLevel::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1073741823u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 262143u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 4294967295u>::theInfo,
-};
-const int H262VideoMode::fieldIds[7] = {-1, 0, 1, 2, 3, 4, 5};
-const char* const H262VideoMode::fieldNames[7] = {
-    "profileAndLevel",
-    "videoBitRate",
-    "vbvBufferSize",
-    "samplesPerLine",
-    "linesPerFrame",
-    "framesPerSecond",
-    "luminanceSampleRate",
-};
-const H262VideoMode::InfoType H262VideoMode::theInfo = {&H262VideoMode::create, 16, true, fieldInfos, fieldIds, 7, 0, 6, nullptr, 0, fieldNames};
-ASN1::AbstractData* H262VideoMode::create(const void* info) {
-    return new H262VideoMode(info);
-}
-ASN1::AbstractData* H262VideoMode::do_clone() const {
-    return new H262VideoMode(*this);
-}
-
-// H262VideoMode.profileAndLevel
-const void* const H262VideoMode_profileAndLevel::selectionInfos[11] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const H262VideoMode_profileAndLevel::selectionNames[11] = {
-    "profileAndLevel-SPatML",
-    "profileAndLevel-MPatLL",
-    "profileAndLevel-MPatML",
-    "profileAndLevel-MPatH-14",
-    "profileAndLevel-MPatHL",
-    "profileAndLevel-SNRatLL",
-    "profileAndLevel-SNRatML",
-    "profileAndLevel-SpatialatH-14",
-    "profileAndLevel-HPatML",
-    "profileAndLevel-HPatH-14",
-    "profileAndLevel-HPatHL",
-};
-const H262VideoMode_profileAndLevel::InfoType H262VideoMode_profileAndLevel::theInfo = {&H262VideoMode_profileAndLevel::create, 0, true, selectionInfos, 11, 11, 0, selectionNames};
-ASN1::AbstractData* H262VideoMode_profileAndLevel::create(const void* info) {
-    return new H262VideoMode_profileAndLevel(info);
-}
-ASN1::AbstractData* H262VideoMode_profileAndLevel::do_clone() const {
-    return new H262VideoMode_profileAndLevel(*this);
-}
-
-// H263VideoMode
-const void* const H263VideoMode::fieldInfos[9] = {
-    &H263VideoMode_resolution::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 19200u>::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &ASN1::BOOLEAN::theInfo,
-    &EnhancementLayerInfo::theInfo,
-    &H263Options::theInfo,
-};
-const int H263VideoMode::fieldIds[9] = {-1, -1, -1, -1, -1, -1, 0, 0, 0};
-const char* const H263VideoMode::fieldNames[9] = {
-    "resolution",
-    "bitRate",
-    "unrestrictedVector",
-    "arithmeticCoding",
-    "advancedPrediction",
-    "pbFrames",
-    "errorCompensation",
-    "enhancementLayerInfo",
-    "h263Options",
-};
-const H263VideoMode::InfoType H263VideoMode::theInfo = {&H263VideoMode::create, 16, true, fieldInfos, fieldIds, 6, 3, 0, nullptr, 0, fieldNames};
-ASN1::AbstractData* H263VideoMode::create(const void* info) {
-    return new H263VideoMode(info);
-}
-ASN1::AbstractData* H263VideoMode::do_clone() const {
-    return new H263VideoMode(*this);
-}
-
-// H263VideoMode.resolution
-const void* const H263VideoMode_resolution::selectionInfos[5] = {
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-    &ASN1::Null::theInfo,
-};
-const char* const H263VideoMode_resolution::selectionNames[5] = {
-    "sqcif",
-    "qcif",
-    "cif",
-    "cif4",
-    "cif16",
-};
-const H263VideoMode_resolution::InfoType H263VideoMode_resolution::theInfo = {&H263VideoMode_resolution::create, 0, true, selectionInfos, 5, 5, 0, selectionNames};
-ASN1::AbstractData* H263VideoMode_resolution::create(const void* info) {
-    return new H263VideoMode_resolution(info);
-}
-ASN1::AbstractData* H263VideoMode_resolution::do_clone() const {
-    return new H263VideoMode_resolution(*this);
-}
-
-// IS11172VideoMode
-const void* const IS11172VideoMode::fieldInfos[7] = {
-    &ASN1::BOOLEAN::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1073741823u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 262143u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>::theInfo,
-    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 4294967295u>::theInfo,
-};
-const int IS11172VideoMode::fieldIds[7] = {-1, 0, 1, 2, 3, 4, 5};
-const char* const IS11172VideoMode::fieldNames[7] = {
-    "constrainedBitstream",
-    "videoBitRate",
-    "vbvBufferSize",
-    "samplesPerLine",
-    "linesPerFrame",
-    "pictureRate",
-    "luminanceSampleRate",
-};
-const IS11172VideoMode::InfoType IS11172VideoMode::theInfo = {&IS11172VideoMode::create, 16, true, fieldInfos, fieldIds, 7, 0, 6, nullptr, 0, fieldNames};
-ASN1::AbstractData* IS11172VideoMode::create(const void* info) {
-    return new IS11172VideoMode(info);
-}
-ASN1::AbstractData* IS11172VideoMode::do_clone() const {
-    return new IS11172VideoMode(*this);
 }
 
 } // namespace MULTIMEDIA_SYSTEM_CONTROL

@@ -3,6 +3,1633 @@
 
 namespace MULTIMEDIA_SYSTEM_CONTROL {
 
+// V76LogicalChannelParameters_mode.eRM
+const void* const V76LogicalChannelParameters_mode_eRM::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 127u>::theInfo,
+    &V76LogicalChannelParameters_mode_eRM_recovery::theInfo,
+};
+const int V76LogicalChannelParameters_mode_eRM::fieldIds[2] = {-1, -1};
+const char* const V76LogicalChannelParameters_mode_eRM::fieldNames[2] = {
+    "windowSize",
+    "recovery",
+};
+const V76LogicalChannelParameters_mode_eRM::InfoType V76LogicalChannelParameters_mode_eRM::theInfo = {&V76LogicalChannelParameters_mode_eRM::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM::create(const void* info) {
+    return new V76LogicalChannelParameters_mode_eRM(info);
+}
+ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM::do_clone() const {
+    return new V76LogicalChannelParameters_mode_eRM(*this);
+}
+
+// V76LogicalChannelParameters_mode_eRM.recovery
+const void* const V76LogicalChannelParameters_mode_eRM_recovery::selectionInfos[3] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const V76LogicalChannelParameters_mode_eRM_recovery::selectionNames[3] = {
+    "rej",
+    "sREJ",
+    "mSREJ",
+};
+const V76LogicalChannelParameters_mode_eRM_recovery::InfoType V76LogicalChannelParameters_mode_eRM_recovery::theInfo = {&V76LogicalChannelParameters_mode_eRM_recovery::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM_recovery::create(const void* info) {
+    return new V76LogicalChannelParameters_mode_eRM_recovery(info);
+}
+ASN1::AbstractData* V76LogicalChannelParameters_mode_eRM_recovery::do_clone() const {
+    return new V76LogicalChannelParameters_mode_eRM_recovery(*this);
+}
+
+// V76HDLCParameters
+const void* const V76HDLCParameters::fieldInfos[3] = {
+    &CRCLength::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 4095u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int V76HDLCParameters::fieldIds[3] = {-1, -1, -1};
+const char* const V76HDLCParameters::fieldNames[3] = {
+    "crcLength",
+    "n401",
+    "loopbackTestProcedure",
+};
+const V76HDLCParameters::InfoType V76HDLCParameters::theInfo = {&V76HDLCParameters::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* V76HDLCParameters::create(const void* info) {
+    return new V76HDLCParameters(info);
+}
+ASN1::AbstractData* V76HDLCParameters::do_clone() const {
+    return new V76HDLCParameters(*this);
+}
+
+// CRCLength
+const void* const CRCLength::selectionInfos[3] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const CRCLength::selectionNames[3] = {
+    "crc8bit",
+    "crc16bit",
+    "crc32bit",
+};
+const CRCLength::InfoType CRCLength::theInfo = {&CRCLength::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* CRCLength::create(const void* info) {
+    return new CRCLength(info);
+}
+ASN1::AbstractData* CRCLength::do_clone() const {
+    return new CRCLength(*this);
+}
+
+// H2250LogicalChannelParameters
+const void* const H2250LogicalChannelParameters::fieldInfos[14] = {
+    &ASN1::SEQUENCE_OF<NonStandardParameter, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &TerminalLabel::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 96, 127u>::theInfo,
+    &H2250LogicalChannelParameters_mediaPacketization::theInfo,
+    &TransportCapability::theInfo,
+    &RedundancyEncoding::theInfo,
+    &TerminalLabel::theInfo,
+};
+const int H2250LogicalChannelParameters::fieldIds[14] = {0, -1, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0, 0, 0};
+const char* const H2250LogicalChannelParameters::fieldNames[14] = {
+    "nonStandard",
+    "sessionID",
+    "associatedSessionID",
+    "mediaChannel",
+    "mediaGuaranteedDelivery",
+    "mediaControlChannel",
+    "mediaControlGuaranteedDelivery",
+    "silenceSuppression",
+    "destination",
+    "dynamicRTPPayloadType",
+    "mediaPacketization",
+    "transportCapability",
+    "redundancyEncoding",
+    "source",
+};
+const H2250LogicalChannelParameters::InfoType H2250LogicalChannelParameters::theInfo = {&H2250LogicalChannelParameters::create, 16, true, fieldInfos, fieldIds, 11, 3, 10, nullptr, 0, fieldNames};
+ASN1::AbstractData* H2250LogicalChannelParameters::create(const void* info) {
+    return new H2250LogicalChannelParameters(info);
+}
+ASN1::AbstractData* H2250LogicalChannelParameters::do_clone() const {
+    return new H2250LogicalChannelParameters(*this);
+}
+
+// H2250LogicalChannelParameters.mediaPacketization
+const void* const H2250LogicalChannelParameters_mediaPacketization::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &RTPPayloadType::theInfo,
+};
+const char* const H2250LogicalChannelParameters_mediaPacketization::selectionNames[2] = {
+    "h261aVideoPacketization",
+    "rtpPayloadType",
+};
+const H2250LogicalChannelParameters_mediaPacketization::InfoType H2250LogicalChannelParameters_mediaPacketization::theInfo = {&H2250LogicalChannelParameters_mediaPacketization::create, 0, true, selectionInfos, 1, 2, 0, selectionNames};
+ASN1::AbstractData* H2250LogicalChannelParameters_mediaPacketization::create(const void* info) {
+    return new H2250LogicalChannelParameters_mediaPacketization(info);
+}
+ASN1::AbstractData* H2250LogicalChannelParameters_mediaPacketization::do_clone() const {
+    return new H2250LogicalChannelParameters_mediaPacketization(*this);
+}
+
+// RTPPayloadType
+const void* const RTPPayloadType::fieldInfos[2] = {
+    &RTPPayloadType_payloadDescriptor::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 127u>::theInfo,
+};
+const int RTPPayloadType::fieldIds[2] = {-1, 0};
+const char* const RTPPayloadType::fieldNames[2] = {
+    "payloadDescriptor",
+    "payloadType",
+};
+const RTPPayloadType::InfoType RTPPayloadType::theInfo = {&RTPPayloadType::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RTPPayloadType::create(const void* info) {
+    return new RTPPayloadType(info);
+}
+ASN1::AbstractData* RTPPayloadType::do_clone() const {
+    return new RTPPayloadType(*this);
+}
+
+// RTPPayloadType.payloadDescriptor
+const void* const RTPPayloadType_payloadDescriptor::selectionInfos[3] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)3, 1, 32768u>::theInfo,
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+};
+const char* const RTPPayloadType_payloadDescriptor::selectionNames[3] = {
+    "nonStandardIdentifier",
+    "rfc-number",
+    "oid",
+};
+const RTPPayloadType_payloadDescriptor::InfoType RTPPayloadType_payloadDescriptor::theInfo = {&RTPPayloadType_payloadDescriptor::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* RTPPayloadType_payloadDescriptor::create(const void* info) {
+    return new RTPPayloadType_payloadDescriptor(info);
+}
+ASN1::AbstractData* RTPPayloadType_payloadDescriptor::do_clone() const {
+    return new RTPPayloadType_payloadDescriptor(*this);
+}
+
+// RedundancyEncoding
+const void* const RedundancyEncoding::fieldInfos[2] = {
+    &RedundancyEncodingMethod::theInfo,
+    &DataType::theInfo,
+};
+const int RedundancyEncoding::fieldIds[2] = {-1, 0};
+const char* const RedundancyEncoding::fieldNames[2] = {
+    "redundancyEncodingMethod",
+    "secondaryEncoding",
+};
+const RedundancyEncoding::InfoType RedundancyEncoding::theInfo = {&RedundancyEncoding::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RedundancyEncoding::create(const void* info) {
+    return new RedundancyEncoding(info);
+}
+ASN1::AbstractData* RedundancyEncoding::do_clone() const {
+    return new RedundancyEncoding(*this);
+}
+
+// TransportAddress
+const void* const TransportAddress::selectionInfos[2] = {
+    &UnicastAddress::theInfo,
+    &MulticastAddress::theInfo,
+};
+const char* const TransportAddress::selectionNames[2] = {
+    "unicastAddress",
+    "multicastAddress",
+};
+const TransportAddress::InfoType TransportAddress::theInfo = {&TransportAddress::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* TransportAddress::create(const void* info) {
+    return new TransportAddress(info);
+}
+ASN1::AbstractData* TransportAddress::do_clone() const {
+    return new TransportAddress(*this);
+}
+
+// UnicastAddress
+const void* const UnicastAddress::selectionInfos[7] = {
+    &UnicastAddress_iPAddress::theInfo,
+    &UnicastAddress_iPXAddress::theInfo,
+    &UnicastAddress_iP6Address::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
+    &UnicastAddress_iPSourceRouteAddress::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 20u>>::theInfo,
+    &NonStandardParameter::theInfo,
+};
+const char* const UnicastAddress::selectionNames[7] = {
+    "iPAddress",
+    "iPXAddress",
+    "iP6Address",
+    "netBios",
+    "iPSourceRouteAddress",
+    "nsap",
+    "nonStandardAddress",
+};
+const UnicastAddress::InfoType UnicastAddress::theInfo = {&UnicastAddress::create, 0, true, selectionInfos, 5, 7, 0, selectionNames};
+ASN1::AbstractData* UnicastAddress::create(const void* info) {
+    return new UnicastAddress(info);
+}
+ASN1::AbstractData* UnicastAddress::do_clone() const {
+    return new UnicastAddress(*this);
+}
+
+// UnicastAddress.iPAddress
+const void* const UnicastAddress_iPAddress::fieldInfos[2] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int UnicastAddress_iPAddress::fieldIds[2] = {-1, -1};
+const char* const UnicastAddress_iPAddress::fieldNames[2] = {
+    "network",
+    "tsapIdentifier",
+};
+const UnicastAddress_iPAddress::InfoType UnicastAddress_iPAddress::theInfo = {&UnicastAddress_iPAddress::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* UnicastAddress_iPAddress::create(const void* info) {
+    return new UnicastAddress_iPAddress(info);
+}
+ASN1::AbstractData* UnicastAddress_iPAddress::do_clone() const {
+    return new UnicastAddress_iPAddress(*this);
+}
+
+// UnicastAddress.iPXAddress
+const void* const UnicastAddress_iPXAddress::fieldInfos[3] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 6, 6u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 2, 2u>>::theInfo,
+};
+const int UnicastAddress_iPXAddress::fieldIds[3] = {-1, -1, -1};
+const char* const UnicastAddress_iPXAddress::fieldNames[3] = {
+    "node",
+    "netnum",
+    "tsapIdentifier",
+};
+const UnicastAddress_iPXAddress::InfoType UnicastAddress_iPXAddress::theInfo = {&UnicastAddress_iPXAddress::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* UnicastAddress_iPXAddress::create(const void* info) {
+    return new UnicastAddress_iPXAddress(info);
+}
+ASN1::AbstractData* UnicastAddress_iPXAddress::do_clone() const {
+    return new UnicastAddress_iPXAddress(*this);
+}
+
+// UnicastAddress.iP6Address
+const void* const UnicastAddress_iP6Address::fieldInfos[2] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int UnicastAddress_iP6Address::fieldIds[2] = {-1, -1};
+const char* const UnicastAddress_iP6Address::fieldNames[2] = {
+    "network",
+    "tsapIdentifier",
+};
+const UnicastAddress_iP6Address::InfoType UnicastAddress_iP6Address::theInfo = {&UnicastAddress_iP6Address::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* UnicastAddress_iP6Address::create(const void* info) {
+    return new UnicastAddress_iP6Address(info);
+}
+ASN1::AbstractData* UnicastAddress_iP6Address::do_clone() const {
+    return new UnicastAddress_iP6Address(*this);
+}
+
+// UnicastAddress.iPSourceRouteAddress
+const void* const UnicastAddress_iPSourceRouteAddress::fieldInfos[4] = {
+    &UnicastAddress_iPSourceRouteAddress_routing::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::SEQUENCE_OF<ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>, ASN1::EmptyConstraint>::theInfo,
+};
+const int UnicastAddress_iPSourceRouteAddress::fieldIds[4] = {-1, -1, -1, -1};
+const char* const UnicastAddress_iPSourceRouteAddress::fieldNames[4] = {
+    "routing",
+    "network",
+    "tsapIdentifier",
+    "route",
+};
+const UnicastAddress_iPSourceRouteAddress::InfoType UnicastAddress_iPSourceRouteAddress::theInfo = {&UnicastAddress_iPSourceRouteAddress::create, 16, true, fieldInfos, fieldIds, 4, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress::create(const void* info) {
+    return new UnicastAddress_iPSourceRouteAddress(info);
+}
+ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress::do_clone() const {
+    return new UnicastAddress_iPSourceRouteAddress(*this);
+}
+
+// UnicastAddress_iPSourceRouteAddress.routing
+const void* const UnicastAddress_iPSourceRouteAddress_routing::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const UnicastAddress_iPSourceRouteAddress_routing::selectionNames[2] = {
+    "strict",
+    "loose",
+};
+const UnicastAddress_iPSourceRouteAddress_routing::InfoType UnicastAddress_iPSourceRouteAddress_routing::theInfo = {&UnicastAddress_iPSourceRouteAddress_routing::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress_routing::create(const void* info) {
+    return new UnicastAddress_iPSourceRouteAddress_routing(info);
+}
+ASN1::AbstractData* UnicastAddress_iPSourceRouteAddress_routing::do_clone() const {
+    return new UnicastAddress_iPSourceRouteAddress_routing(*this);
+}
+
+// MulticastAddress
+const void* const MulticastAddress::selectionInfos[4] = {
+    &MulticastAddress_iPAddress::theInfo,
+    &MulticastAddress_iP6Address::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 20u>>::theInfo,
+    &NonStandardParameter::theInfo,
+};
+const char* const MulticastAddress::selectionNames[4] = {
+    "iPAddress",
+    "iP6Address",
+    "nsap",
+    "nonStandardAddress",
+};
+const MulticastAddress::InfoType MulticastAddress::theInfo = {&MulticastAddress::create, 0, true, selectionInfos, 2, 4, 0, selectionNames};
+ASN1::AbstractData* MulticastAddress::create(const void* info) {
+    return new MulticastAddress(info);
+}
+ASN1::AbstractData* MulticastAddress::do_clone() const {
+    return new MulticastAddress(*this);
+}
+
+// MulticastAddress.iPAddress
+const void* const MulticastAddress_iPAddress::fieldInfos[2] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 4, 4u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int MulticastAddress_iPAddress::fieldIds[2] = {-1, -1};
+const char* const MulticastAddress_iPAddress::fieldNames[2] = {
+    "network",
+    "tsapIdentifier",
+};
+const MulticastAddress_iPAddress::InfoType MulticastAddress_iPAddress::theInfo = {&MulticastAddress_iPAddress::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MulticastAddress_iPAddress::create(const void* info) {
+    return new MulticastAddress_iPAddress(info);
+}
+ASN1::AbstractData* MulticastAddress_iPAddress::do_clone() const {
+    return new MulticastAddress_iPAddress(*this);
+}
+
+// MulticastAddress.iP6Address
+const void* const MulticastAddress_iP6Address::fieldInfos[2] = {
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 16, 16u>>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int MulticastAddress_iP6Address::fieldIds[2] = {-1, -1};
+const char* const MulticastAddress_iP6Address::fieldNames[2] = {
+    "network",
+    "tsapIdentifier",
+};
+const MulticastAddress_iP6Address::InfoType MulticastAddress_iP6Address::theInfo = {&MulticastAddress_iP6Address::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MulticastAddress_iP6Address::create(const void* info) {
+    return new MulticastAddress_iP6Address(info);
+}
+ASN1::AbstractData* MulticastAddress_iP6Address::do_clone() const {
+    return new MulticastAddress_iP6Address(*this);
+}
+
+// EncryptionSync
+const void* const EncryptionSync::fieldInfos[4] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 255u>::theInfo,
+    &ASN1::Constrained_OCTET_STRING<ASN1::SizeConstraint<2u, 1, 65535u>>::theInfo,
+    &ASN1::SEQUENCE_OF<EscrowData, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int EncryptionSync::fieldIds[4] = {0, -1, -1, 1};
+const char* const EncryptionSync::fieldNames[4] = {
+    "nonStandard",
+    "synchFlag",
+    "h235Key",
+    "escrowentry",
+};
+const EncryptionSync::InfoType EncryptionSync::theInfo = {&EncryptionSync::create, 16, true, fieldInfos, fieldIds, 4, 0, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* EncryptionSync::create(const void* info) {
+    return new EncryptionSync(info);
+}
+ASN1::AbstractData* EncryptionSync::do_clone() const {
+    return new EncryptionSync(*this);
+}
+
+// EscrowData
+const void* const EscrowData::fieldInfos[2] = {
+    &ASN1::OBJECT_IDENTIFIER::theInfo,
+    &ASN1::Constrained_BIT_STRING<ASN1::SizeConstraint<2u, 1, 65535u>>::theInfo,
+};
+const int EscrowData::fieldIds[2] = {-1, -1};
+const char* const EscrowData::fieldNames[2] = {
+    "escrowID",
+    "escrowValue",
+};
+const EscrowData::InfoType EscrowData::theInfo = {&EscrowData::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* EscrowData::create(const void* info) {
+    return new EscrowData(info);
+}
+ASN1::AbstractData* EscrowData::do_clone() const {
+    return new EscrowData(*this);
+}
+
+// OpenLogicalChannelAck
+const void* const OpenLogicalChannelAck::fieldInfos[5] = {
+    &LogicalChannelNumber::theInfo,
+    &OpenLogicalChannelAck_reverseLogicalChannelParameters::theInfo,
+    &NetworkAccessParameters::theInfo,
+    &OpenLogicalChannelAck_forwardMultiplexAckParameters::theInfo,
+    &EncryptionSync::theInfo,
+};
+const int OpenLogicalChannelAck::fieldIds[5] = {-1, 0, 0, 0, 0};
+const char* const OpenLogicalChannelAck::fieldNames[5] = {
+    "forwardLogicalChannelNumber",
+    "reverseLogicalChannelParameters",
+    "separateStack",
+    "forwardMultiplexAckParameters",
+    "encryptionSync",
+};
+const OpenLogicalChannelAck::InfoType OpenLogicalChannelAck::theInfo = {&OpenLogicalChannelAck::create, 16, true, fieldInfos, fieldIds, 2, 3, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* OpenLogicalChannelAck::create(const void* info) {
+    return new OpenLogicalChannelAck(info);
+}
+ASN1::AbstractData* OpenLogicalChannelAck::do_clone() const {
+    return new OpenLogicalChannelAck(*this);
+}
+
+// OpenLogicalChannelAck.reverseLogicalChannelParameters
+const void* const OpenLogicalChannelAck_reverseLogicalChannelParameters::fieldInfos[4] = {
+    &LogicalChannelNumber::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::theInfo,
+    &LogicalChannelNumber::theInfo,
+};
+const int OpenLogicalChannelAck_reverseLogicalChannelParameters::fieldIds[4] = {-1, 0, 1, 0};
+const char* const OpenLogicalChannelAck_reverseLogicalChannelParameters::fieldNames[4] = {
+    "reverseLogicalChannelNumber",
+    "portNumber",
+    "multiplexParameters",
+    "replacementFor",
+};
+const OpenLogicalChannelAck_reverseLogicalChannelParameters::InfoType OpenLogicalChannelAck_reverseLogicalChannelParameters::theInfo = {&OpenLogicalChannelAck_reverseLogicalChannelParameters::create, 16, true, fieldInfos, fieldIds, 3, 1, 2, nullptr, 0, fieldNames};
+ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters::create(const void* info) {
+    return new OpenLogicalChannelAck_reverseLogicalChannelParameters(info);
+}
+ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters::do_clone() const {
+    return new OpenLogicalChannelAck_reverseLogicalChannelParameters(*this);
+}
+
+// OpenLogicalChannelAck_reverseLogicalChannelParameters.multiplexParameters
+const void* const OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::selectionInfos[2] = {
+    &H222LogicalChannelParameters::theInfo,
+    &H2250LogicalChannelParameters::theInfo,
+};
+const char* const OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::selectionNames[2] = {
+    "h222LogicalChannelParameters",
+    "h2250LogicalChannelParameters",
+};
+const OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::InfoType OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::theInfo = {&OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::create, 0, true, selectionInfos, 1, 2, 0, selectionNames};
+ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::create(const void* info) {
+    return new OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters(info);
+}
+ASN1::AbstractData* OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters::do_clone() const {
+    return new OpenLogicalChannelAck_reverseLogicalChannelParameters_multiplexParameters(*this);
+}
+
+// OpenLogicalChannelAck.forwardMultiplexAckParameters
+const void* const OpenLogicalChannelAck_forwardMultiplexAckParameters::selectionInfos[1] = {
+    &H2250LogicalChannelAckParameters::theInfo,
+};
+const char* const OpenLogicalChannelAck_forwardMultiplexAckParameters::selectionNames[1] = {
+    "h2250LogicalChannelAckParameters",
+};
+const OpenLogicalChannelAck_forwardMultiplexAckParameters::InfoType OpenLogicalChannelAck_forwardMultiplexAckParameters::theInfo = {&OpenLogicalChannelAck_forwardMultiplexAckParameters::create, 0, true, selectionInfos, 1, 1, 0, selectionNames};
+ASN1::AbstractData* OpenLogicalChannelAck_forwardMultiplexAckParameters::create(const void* info) {
+    return new OpenLogicalChannelAck_forwardMultiplexAckParameters(info);
+}
+ASN1::AbstractData* OpenLogicalChannelAck_forwardMultiplexAckParameters::do_clone() const {
+    return new OpenLogicalChannelAck_forwardMultiplexAckParameters(*this);
+}
+
+// OpenLogicalChannelReject
+const void* const OpenLogicalChannelReject::fieldInfos[2] = {
+    &LogicalChannelNumber::theInfo,
+    &OpenLogicalChannelReject_cause::theInfo,
+};
+const int OpenLogicalChannelReject::fieldIds[2] = {-1, -1};
+const char* const OpenLogicalChannelReject::fieldNames[2] = {
+    "forwardLogicalChannelNumber",
+    "cause",
+};
+const OpenLogicalChannelReject::InfoType OpenLogicalChannelReject::theInfo = {&OpenLogicalChannelReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* OpenLogicalChannelReject::create(const void* info) {
+    return new OpenLogicalChannelReject(info);
+}
+ASN1::AbstractData* OpenLogicalChannelReject::do_clone() const {
+    return new OpenLogicalChannelReject(*this);
+}
+
+// OpenLogicalChannelReject.cause
+const void* const OpenLogicalChannelReject_cause::selectionInfos[14] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const OpenLogicalChannelReject_cause::selectionNames[14] = {
+    "unspecified",
+    "unsuitableReverseParameters",
+    "dataTypeNotSupported",
+    "dataTypeNotAvailable",
+    "unknownDataType",
+    "dataTypeALCombinationNotSupported",
+    "multicastChannelNotAllowed",
+    "insufficientBandwidth",
+    "separateStackEstablishmentFailed",
+    "invalidSessionID",
+    "masterSlaveConflict",
+    "waitForCommunicationMode",
+    "invalidDependentChannel",
+    "replacementForRejected",
+};
+const OpenLogicalChannelReject_cause::InfoType OpenLogicalChannelReject_cause::theInfo = {&OpenLogicalChannelReject_cause::create, 0, true, selectionInfos, 6, 14, 0, selectionNames};
+ASN1::AbstractData* OpenLogicalChannelReject_cause::create(const void* info) {
+    return new OpenLogicalChannelReject_cause(info);
+}
+ASN1::AbstractData* OpenLogicalChannelReject_cause::do_clone() const {
+    return new OpenLogicalChannelReject_cause(*this);
+}
+
+// OpenLogicalChannelConfirm
+const void* const OpenLogicalChannelConfirm::fieldInfos[1] = {
+    &LogicalChannelNumber::theInfo,
+};
+const int OpenLogicalChannelConfirm::fieldIds[1] = {-1};
+const char* const OpenLogicalChannelConfirm::fieldNames[1] = {
+    "forwardLogicalChannelNumber",
+};
+const OpenLogicalChannelConfirm::InfoType OpenLogicalChannelConfirm::theInfo = {&OpenLogicalChannelConfirm::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* OpenLogicalChannelConfirm::create(const void* info) {
+    return new OpenLogicalChannelConfirm(info);
+}
+ASN1::AbstractData* OpenLogicalChannelConfirm::do_clone() const {
+    return new OpenLogicalChannelConfirm(*this);
+}
+
+// H2250LogicalChannelAckParameters
+const void* const H2250LogicalChannelAckParameters::fieldInfos[7] = {
+    &ASN1::SEQUENCE_OF<NonStandardParameter, ASN1::EmptyConstraint>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 255u>::theInfo,
+    &TransportAddress::theInfo,
+    &TransportAddress::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 96, 127u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+};
+const int H2250LogicalChannelAckParameters::fieldIds[7] = {0, 1, 2, 3, 4, 0, 0};
+const char* const H2250LogicalChannelAckParameters::fieldNames[7] = {
+    "nonStandard",
+    "sessionID",
+    "mediaChannel",
+    "mediaControlChannel",
+    "dynamicRTPPayloadType",
+    "flowControlToZero",
+    "portNumber",
+};
+const H2250LogicalChannelAckParameters::InfoType H2250LogicalChannelAckParameters::theInfo = {&H2250LogicalChannelAckParameters::create, 16, true, fieldInfos, fieldIds, 5, 2, 5, nullptr, 0, fieldNames};
+ASN1::AbstractData* H2250LogicalChannelAckParameters::create(const void* info) {
+    return new H2250LogicalChannelAckParameters(info);
+}
+ASN1::AbstractData* H2250LogicalChannelAckParameters::do_clone() const {
+    return new H2250LogicalChannelAckParameters(*this);
+}
+
+// CloseLogicalChannel
+const void* const CloseLogicalChannel::fieldInfos[3] = {
+    &LogicalChannelNumber::theInfo,
+    &CloseLogicalChannel_source::theInfo,
+    &CloseLogicalChannel_reason::theInfo,
+};
+const int CloseLogicalChannel::fieldIds[3] = {-1, -1, 0};
+const char* const CloseLogicalChannel::fieldNames[3] = {
+    "forwardLogicalChannelNumber",
+    "source",
+    "reason",
+};
+const CloseLogicalChannel::InfoType CloseLogicalChannel::theInfo = {&CloseLogicalChannel::create, 16, true, fieldInfos, fieldIds, 2, 1, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CloseLogicalChannel::create(const void* info) {
+    return new CloseLogicalChannel(info);
+}
+ASN1::AbstractData* CloseLogicalChannel::do_clone() const {
+    return new CloseLogicalChannel(*this);
+}
+
+// CloseLogicalChannel.source
+const void* const CloseLogicalChannel_source::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const CloseLogicalChannel_source::selectionNames[2] = {
+    "user",
+    "lcse",
+};
+const CloseLogicalChannel_source::InfoType CloseLogicalChannel_source::theInfo = {&CloseLogicalChannel_source::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* CloseLogicalChannel_source::create(const void* info) {
+    return new CloseLogicalChannel_source(info);
+}
+ASN1::AbstractData* CloseLogicalChannel_source::do_clone() const {
+    return new CloseLogicalChannel_source(*this);
+}
+
+// CloseLogicalChannel.reason
+const void* const CloseLogicalChannel_reason::selectionInfos[3] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const CloseLogicalChannel_reason::selectionNames[3] = {
+    "unknown",
+    "reopen",
+    "reservationFailure",
+};
+const CloseLogicalChannel_reason::InfoType CloseLogicalChannel_reason::theInfo = {&CloseLogicalChannel_reason::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* CloseLogicalChannel_reason::create(const void* info) {
+    return new CloseLogicalChannel_reason(info);
+}
+ASN1::AbstractData* CloseLogicalChannel_reason::do_clone() const {
+    return new CloseLogicalChannel_reason(*this);
+}
+
+// CloseLogicalChannelAck
+const void* const CloseLogicalChannelAck::fieldInfos[1] = {
+    &LogicalChannelNumber::theInfo,
+};
+const int CloseLogicalChannelAck::fieldIds[1] = {-1};
+const char* const CloseLogicalChannelAck::fieldNames[1] = {
+    "forwardLogicalChannelNumber",
+};
+const CloseLogicalChannelAck::InfoType CloseLogicalChannelAck::theInfo = {&CloseLogicalChannelAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* CloseLogicalChannelAck::create(const void* info) {
+    return new CloseLogicalChannelAck(info);
+}
+ASN1::AbstractData* CloseLogicalChannelAck::do_clone() const {
+    return new CloseLogicalChannelAck(*this);
+}
+
+// RequestChannelClose
+const void* const RequestChannelClose::fieldInfos[3] = {
+    &LogicalChannelNumber::theInfo,
+    &QOSCapability::theInfo,
+    &RequestChannelClose_reason::theInfo,
+};
+const int RequestChannelClose::fieldIds[3] = {-1, 0, 0};
+const char* const RequestChannelClose::fieldNames[3] = {
+    "forwardLogicalChannelNumber",
+    "qosCapability",
+    "reason",
+};
+const RequestChannelClose::InfoType RequestChannelClose::theInfo = {&RequestChannelClose::create, 16, true, fieldInfos, fieldIds, 1, 2, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestChannelClose::create(const void* info) {
+    return new RequestChannelClose(info);
+}
+ASN1::AbstractData* RequestChannelClose::do_clone() const {
+    return new RequestChannelClose(*this);
+}
+
+// RequestChannelClose.reason
+const void* const RequestChannelClose_reason::selectionInfos[4] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const RequestChannelClose_reason::selectionNames[4] = {
+    "unknown",
+    "normal",
+    "reopen",
+    "reservationFailure",
+};
+const RequestChannelClose_reason::InfoType RequestChannelClose_reason::theInfo = {&RequestChannelClose_reason::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* RequestChannelClose_reason::create(const void* info) {
+    return new RequestChannelClose_reason(info);
+}
+ASN1::AbstractData* RequestChannelClose_reason::do_clone() const {
+    return new RequestChannelClose_reason(*this);
+}
+
+// RequestChannelCloseAck
+const void* const RequestChannelCloseAck::fieldInfos[1] = {
+    &LogicalChannelNumber::theInfo,
+};
+const int RequestChannelCloseAck::fieldIds[1] = {-1};
+const char* const RequestChannelCloseAck::fieldNames[1] = {
+    "forwardLogicalChannelNumber",
+};
+const RequestChannelCloseAck::InfoType RequestChannelCloseAck::theInfo = {&RequestChannelCloseAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestChannelCloseAck::create(const void* info) {
+    return new RequestChannelCloseAck(info);
+}
+ASN1::AbstractData* RequestChannelCloseAck::do_clone() const {
+    return new RequestChannelCloseAck(*this);
+}
+
+// RequestChannelCloseReject
+const void* const RequestChannelCloseReject::fieldInfos[2] = {
+    &LogicalChannelNumber::theInfo,
+    &RequestChannelCloseReject_cause::theInfo,
+};
+const int RequestChannelCloseReject::fieldIds[2] = {-1, -1};
+const char* const RequestChannelCloseReject::fieldNames[2] = {
+    "forwardLogicalChannelNumber",
+    "cause",
+};
+const RequestChannelCloseReject::InfoType RequestChannelCloseReject::theInfo = {&RequestChannelCloseReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestChannelCloseReject::create(const void* info) {
+    return new RequestChannelCloseReject(info);
+}
+ASN1::AbstractData* RequestChannelCloseReject::do_clone() const {
+    return new RequestChannelCloseReject(*this);
+}
+
+// RequestChannelCloseReject.cause
+const void* const RequestChannelCloseReject_cause::selectionInfos[1] = {
+    &ASN1::Null::theInfo,
+};
+const char* const RequestChannelCloseReject_cause::selectionNames[1] = {
+    "unspecified",
+};
+const RequestChannelCloseReject_cause::InfoType RequestChannelCloseReject_cause::theInfo = {&RequestChannelCloseReject_cause::create, 0, true, selectionInfos, 1, 1, 0, selectionNames};
+ASN1::AbstractData* RequestChannelCloseReject_cause::create(const void* info) {
+    return new RequestChannelCloseReject_cause(info);
+}
+ASN1::AbstractData* RequestChannelCloseReject_cause::do_clone() const {
+    return new RequestChannelCloseReject_cause(*this);
+}
+
+// RequestChannelCloseRelease
+const void* const RequestChannelCloseRelease::fieldInfos[1] = {
+    &LogicalChannelNumber::theInfo,
+};
+const int RequestChannelCloseRelease::fieldIds[1] = {-1};
+const char* const RequestChannelCloseRelease::fieldNames[1] = {
+    "forwardLogicalChannelNumber",
+};
+const RequestChannelCloseRelease::InfoType RequestChannelCloseRelease::theInfo = {&RequestChannelCloseRelease::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestChannelCloseRelease::create(const void* info) {
+    return new RequestChannelCloseRelease(info);
+}
+ASN1::AbstractData* RequestChannelCloseRelease::do_clone() const {
+    return new RequestChannelCloseRelease(*this);
+}
+
+// MultiplexEntrySend
+const void* const MultiplexEntrySend::fieldInfos[2] = {
+    &SequenceNumber::theInfo,
+    &ASN1::SET_OF<MultiplexEntryDescriptor, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int MultiplexEntrySend::fieldIds[2] = {-1, -1};
+const char* const MultiplexEntrySend::fieldNames[2] = {
+    "sequenceNumber",
+    "multiplexEntryDescriptors",
+};
+const MultiplexEntrySend::InfoType MultiplexEntrySend::theInfo = {&MultiplexEntrySend::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexEntrySend::create(const void* info) {
+    return new MultiplexEntrySend(info);
+}
+ASN1::AbstractData* MultiplexEntrySend::do_clone() const {
+    return new MultiplexEntrySend(*this);
+}
+
+// MultiplexEntryDescriptor
+const void* const MultiplexEntryDescriptor::fieldInfos[2] = {
+    &MultiplexTableEntryNumber::theInfo,
+    &ASN1::SEQUENCE_OF<MultiplexElement, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int MultiplexEntryDescriptor::fieldIds[2] = {-1, 0};
+const char* const MultiplexEntryDescriptor::fieldNames[2] = {
+    "multiplexTableEntryNumber",
+    "elementList",
+};
+const MultiplexEntryDescriptor::InfoType MultiplexEntryDescriptor::theInfo = {&MultiplexEntryDescriptor::create, 16, false, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexEntryDescriptor::create(const void* info) {
+    return new MultiplexEntryDescriptor(info);
+}
+ASN1::AbstractData* MultiplexEntryDescriptor::do_clone() const {
+    return new MultiplexEntryDescriptor(*this);
+}
+
+// MultiplexElement
+const void* const MultiplexElement::fieldInfos[2] = {
+    &MultiplexElement_type::theInfo,
+    &MultiplexElement_repeatCount::theInfo,
+};
+const int MultiplexElement::fieldIds[2] = {-1, -1};
+const char* const MultiplexElement::fieldNames[2] = {
+    "type",
+    "repeatCount",
+};
+const MultiplexElement::InfoType MultiplexElement::theInfo = {&MultiplexElement::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexElement::create(const void* info) {
+    return new MultiplexElement(info);
+}
+ASN1::AbstractData* MultiplexElement::do_clone() const {
+    return new MultiplexElement(*this);
+}
+
+// MultiplexElement.type
+const void* const MultiplexElement_type::selectionInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 65535u>::theInfo,
+    &ASN1::SEQUENCE_OF<MultiplexElement, ASN1::SizeConstraint<2u, 2, 255u>>::theInfo,
+};
+const char* const MultiplexElement_type::selectionNames[2] = {
+    "logicalChannelNumber",
+    "subElementList",
+};
+const MultiplexElement_type::InfoType MultiplexElement_type::theInfo = {&MultiplexElement_type::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* MultiplexElement_type::create(const void* info) {
+    return new MultiplexElement_type(info);
+}
+ASN1::AbstractData* MultiplexElement_type::do_clone() const {
+    return new MultiplexElement_type(*this);
+}
+
+// MultiplexElement.repeatCount
+const void* const MultiplexElement_repeatCount::selectionInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 65535u>::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const MultiplexElement_repeatCount::selectionNames[2] = {
+    "finite",
+    "untilClosingFlag",
+};
+const MultiplexElement_repeatCount::InfoType MultiplexElement_repeatCount::theInfo = {&MultiplexElement_repeatCount::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* MultiplexElement_repeatCount::create(const void* info) {
+    return new MultiplexElement_repeatCount(info);
+}
+ASN1::AbstractData* MultiplexElement_repeatCount::do_clone() const {
+    return new MultiplexElement_repeatCount(*this);
+}
+
+// MultiplexTableEntryNumber
+const MultiplexTableEntryNumber::InfoType MultiplexTableEntryNumber::theInfo = {&MultiplexTableEntryNumber::create, 2, (ASN1::ConstraintType)2, 1, 15u};
+ASN1::AbstractData* MultiplexTableEntryNumber::create(const void* info) {
+    return new MultiplexTableEntryNumber(info);
+}
+ASN1::AbstractData* MultiplexTableEntryNumber::do_clone() const {
+    return new MultiplexTableEntryNumber(*this);
+}
+
+// MultiplexEntrySendAck
+const void* const MultiplexEntrySendAck::fieldInfos[2] = {
+    &SequenceNumber::theInfo,
+    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int MultiplexEntrySendAck::fieldIds[2] = {-1, -1};
+const char* const MultiplexEntrySendAck::fieldNames[2] = {
+    "sequenceNumber",
+    "multiplexTableEntryNumber",
+};
+const MultiplexEntrySendAck::InfoType MultiplexEntrySendAck::theInfo = {&MultiplexEntrySendAck::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexEntrySendAck::create(const void* info) {
+    return new MultiplexEntrySendAck(info);
+}
+ASN1::AbstractData* MultiplexEntrySendAck::do_clone() const {
+    return new MultiplexEntrySendAck(*this);
+}
+
+// MultiplexEntrySendReject
+const void* const MultiplexEntrySendReject::fieldInfos[2] = {
+    &SequenceNumber::theInfo,
+    &ASN1::SET_OF<MultiplexEntryRejectionDescriptions, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int MultiplexEntrySendReject::fieldIds[2] = {-1, -1};
+const char* const MultiplexEntrySendReject::fieldNames[2] = {
+    "sequenceNumber",
+    "rejectionDescriptions",
+};
+const MultiplexEntrySendReject::InfoType MultiplexEntrySendReject::theInfo = {&MultiplexEntrySendReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexEntrySendReject::create(const void* info) {
+    return new MultiplexEntrySendReject(info);
+}
+ASN1::AbstractData* MultiplexEntrySendReject::do_clone() const {
+    return new MultiplexEntrySendReject(*this);
+}
+
+// MultiplexEntryRejectionDescriptions
+const void* const MultiplexEntryRejectionDescriptions::fieldInfos[2] = {
+    &MultiplexTableEntryNumber::theInfo,
+    &MultiplexEntryRejectionDescriptions_cause::theInfo,
+};
+const int MultiplexEntryRejectionDescriptions::fieldIds[2] = {-1, -1};
+const char* const MultiplexEntryRejectionDescriptions::fieldNames[2] = {
+    "multiplexTableEntryNumber",
+    "cause",
+};
+const MultiplexEntryRejectionDescriptions::InfoType MultiplexEntryRejectionDescriptions::theInfo = {&MultiplexEntryRejectionDescriptions::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexEntryRejectionDescriptions::create(const void* info) {
+    return new MultiplexEntryRejectionDescriptions(info);
+}
+ASN1::AbstractData* MultiplexEntryRejectionDescriptions::do_clone() const {
+    return new MultiplexEntryRejectionDescriptions(*this);
+}
+
+// MultiplexEntryRejectionDescriptions.cause
+const void* const MultiplexEntryRejectionDescriptions_cause::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const MultiplexEntryRejectionDescriptions_cause::selectionNames[2] = {
+    "unspecifiedCause",
+    "descriptorTooComplex",
+};
+const MultiplexEntryRejectionDescriptions_cause::InfoType MultiplexEntryRejectionDescriptions_cause::theInfo = {&MultiplexEntryRejectionDescriptions_cause::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* MultiplexEntryRejectionDescriptions_cause::create(const void* info) {
+    return new MultiplexEntryRejectionDescriptions_cause(info);
+}
+ASN1::AbstractData* MultiplexEntryRejectionDescriptions_cause::do_clone() const {
+    return new MultiplexEntryRejectionDescriptions_cause(*this);
+}
+
+// MultiplexEntrySendRelease
+const void* const MultiplexEntrySendRelease::fieldInfos[1] = {
+    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int MultiplexEntrySendRelease::fieldIds[1] = {-1};
+const char* const MultiplexEntrySendRelease::fieldNames[1] = {
+    "multiplexTableEntryNumber",
+};
+const MultiplexEntrySendRelease::InfoType MultiplexEntrySendRelease::theInfo = {&MultiplexEntrySendRelease::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexEntrySendRelease::create(const void* info) {
+    return new MultiplexEntrySendRelease(info);
+}
+ASN1::AbstractData* MultiplexEntrySendRelease::do_clone() const {
+    return new MultiplexEntrySendRelease(*this);
+}
+
+// RequestMultiplexEntry
+const void* const RequestMultiplexEntry::fieldInfos[1] = {
+    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int RequestMultiplexEntry::fieldIds[1] = {-1};
+const char* const RequestMultiplexEntry::fieldNames[1] = {
+    "entryNumbers",
+};
+const RequestMultiplexEntry::InfoType RequestMultiplexEntry::theInfo = {&RequestMultiplexEntry::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestMultiplexEntry::create(const void* info) {
+    return new RequestMultiplexEntry(info);
+}
+ASN1::AbstractData* RequestMultiplexEntry::do_clone() const {
+    return new RequestMultiplexEntry(*this);
+}
+
+// RequestMultiplexEntryAck
+const void* const RequestMultiplexEntryAck::fieldInfos[1] = {
+    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int RequestMultiplexEntryAck::fieldIds[1] = {-1};
+const char* const RequestMultiplexEntryAck::fieldNames[1] = {
+    "entryNumbers",
+};
+const RequestMultiplexEntryAck::InfoType RequestMultiplexEntryAck::theInfo = {&RequestMultiplexEntryAck::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestMultiplexEntryAck::create(const void* info) {
+    return new RequestMultiplexEntryAck(info);
+}
+ASN1::AbstractData* RequestMultiplexEntryAck::do_clone() const {
+    return new RequestMultiplexEntryAck(*this);
+}
+
+// RequestMultiplexEntryReject
+const void* const RequestMultiplexEntryReject::fieldInfos[2] = {
+    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+    &ASN1::SET_OF<RequestMultiplexEntryRejectionDescriptions, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int RequestMultiplexEntryReject::fieldIds[2] = {-1, -1};
+const char* const RequestMultiplexEntryReject::fieldNames[2] = {
+    "entryNumbers",
+    "rejectionDescriptions",
+};
+const RequestMultiplexEntryReject::InfoType RequestMultiplexEntryReject::theInfo = {&RequestMultiplexEntryReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestMultiplexEntryReject::create(const void* info) {
+    return new RequestMultiplexEntryReject(info);
+}
+ASN1::AbstractData* RequestMultiplexEntryReject::do_clone() const {
+    return new RequestMultiplexEntryReject(*this);
+}
+
+// RequestMultiplexEntryRejectionDescriptions
+const void* const RequestMultiplexEntryRejectionDescriptions::fieldInfos[2] = {
+    &MultiplexTableEntryNumber::theInfo,
+    &RequestMultiplexEntryRejectionDescriptions_cause::theInfo,
+};
+const int RequestMultiplexEntryRejectionDescriptions::fieldIds[2] = {-1, -1};
+const char* const RequestMultiplexEntryRejectionDescriptions::fieldNames[2] = {
+    "multiplexTableEntryNumber",
+    "cause",
+};
+const RequestMultiplexEntryRejectionDescriptions::InfoType RequestMultiplexEntryRejectionDescriptions::theInfo = {&RequestMultiplexEntryRejectionDescriptions::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions::create(const void* info) {
+    return new RequestMultiplexEntryRejectionDescriptions(info);
+}
+ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions::do_clone() const {
+    return new RequestMultiplexEntryRejectionDescriptions(*this);
+}
+
+// RequestMultiplexEntryRejectionDescriptions.cause
+const void* const RequestMultiplexEntryRejectionDescriptions_cause::selectionInfos[1] = {
+    &ASN1::Null::theInfo,
+};
+const char* const RequestMultiplexEntryRejectionDescriptions_cause::selectionNames[1] = {
+    "unspecifiedCause",
+};
+const RequestMultiplexEntryRejectionDescriptions_cause::InfoType RequestMultiplexEntryRejectionDescriptions_cause::theInfo = {&RequestMultiplexEntryRejectionDescriptions_cause::create, 0, true, selectionInfos, 1, 1, 0, selectionNames};
+ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions_cause::create(const void* info) {
+    return new RequestMultiplexEntryRejectionDescriptions_cause(info);
+}
+ASN1::AbstractData* RequestMultiplexEntryRejectionDescriptions_cause::do_clone() const {
+    return new RequestMultiplexEntryRejectionDescriptions_cause(*this);
+}
+
+// RequestMultiplexEntryRelease
+const void* const RequestMultiplexEntryRelease::fieldInfos[1] = {
+    &ASN1::SET_OF<MultiplexTableEntryNumber, ASN1::SizeConstraint<2u, 1, 15u>>::theInfo,
+};
+const int RequestMultiplexEntryRelease::fieldIds[1] = {-1};
+const char* const RequestMultiplexEntryRelease::fieldNames[1] = {
+    "entryNumbers",
+};
+const RequestMultiplexEntryRelease::InfoType RequestMultiplexEntryRelease::theInfo = {&RequestMultiplexEntryRelease::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestMultiplexEntryRelease::create(const void* info) {
+    return new RequestMultiplexEntryRelease(info);
+}
+ASN1::AbstractData* RequestMultiplexEntryRelease::do_clone() const {
+    return new RequestMultiplexEntryRelease(*this);
+}
+
+// RequestMode
+const void* const RequestMode::fieldInfos[2] = {
+    &SequenceNumber::theInfo,
+    &ASN1::SEQUENCE_OF<ModeDescription, ASN1::SizeConstraint<2u, 1, 256u>>::theInfo,
+};
+const int RequestMode::fieldIds[2] = {-1, -1};
+const char* const RequestMode::fieldNames[2] = {
+    "sequenceNumber",
+    "requestedModes",
+};
+const RequestMode::InfoType RequestMode::theInfo = {&RequestMode::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestMode::create(const void* info) {
+    return new RequestMode(info);
+}
+ASN1::AbstractData* RequestMode::do_clone() const {
+    return new RequestMode(*this);
+}
+
+// RequestModeAck
+const void* const RequestModeAck::fieldInfos[2] = {
+    &SequenceNumber::theInfo,
+    &RequestModeAck_response::theInfo,
+};
+const int RequestModeAck::fieldIds[2] = {-1, -1};
+const char* const RequestModeAck::fieldNames[2] = {
+    "sequenceNumber",
+    "response",
+};
+const RequestModeAck::InfoType RequestModeAck::theInfo = {&RequestModeAck::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestModeAck::create(const void* info) {
+    return new RequestModeAck(info);
+}
+ASN1::AbstractData* RequestModeAck::do_clone() const {
+    return new RequestModeAck(*this);
+}
+
+// RequestModeAck.response
+const void* const RequestModeAck_response::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const RequestModeAck_response::selectionNames[2] = {
+    "willTransmitMostPreferredMode",
+    "willTransmitLessPreferredMode",
+};
+const RequestModeAck_response::InfoType RequestModeAck_response::theInfo = {&RequestModeAck_response::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* RequestModeAck_response::create(const void* info) {
+    return new RequestModeAck_response(info);
+}
+ASN1::AbstractData* RequestModeAck_response::do_clone() const {
+    return new RequestModeAck_response(*this);
+}
+
+// RequestModeReject
+const void* const RequestModeReject::fieldInfos[2] = {
+    &SequenceNumber::theInfo,
+    &RequestModeReject_cause::theInfo,
+};
+const int RequestModeReject::fieldIds[2] = {-1, -1};
+const char* const RequestModeReject::fieldNames[2] = {
+    "sequenceNumber",
+    "cause",
+};
+const RequestModeReject::InfoType RequestModeReject::theInfo = {&RequestModeReject::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* RequestModeReject::create(const void* info) {
+    return new RequestModeReject(info);
+}
+ASN1::AbstractData* RequestModeReject::do_clone() const {
+    return new RequestModeReject(*this);
+}
+
+// RequestModeReject.cause
+const void* const RequestModeReject_cause::selectionInfos[3] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const RequestModeReject_cause::selectionNames[3] = {
+    "modeUnavailable",
+    "multipointConstraint",
+    "requestDenied",
+};
+const RequestModeReject_cause::InfoType RequestModeReject_cause::theInfo = {&RequestModeReject_cause::create, 0, true, selectionInfos, 3, 3, 0, selectionNames};
+ASN1::AbstractData* RequestModeReject_cause::create(const void* info) {
+    return new RequestModeReject_cause(info);
+}
+ASN1::AbstractData* RequestModeReject_cause::do_clone() const {
+    return new RequestModeReject_cause(*this);
+}
+
+// RequestModeRelease
+const RequestModeRelease::InfoType RequestModeRelease::theInfo = {&RequestModeRelease::create, 16, true, nullptr, nullptr, 0, 0, 0, nullptr, 0, nullptr};
+ASN1::AbstractData* RequestModeRelease::create(const void* info) {
+    return new RequestModeRelease(info);
+}
+ASN1::AbstractData* RequestModeRelease::do_clone() const {
+    return new RequestModeRelease(*this);
+}
+
+// ModeElement
+const void* const ModeElement::fieldInfos[6] = {
+    &ModeElement_type::theInfo,
+    &H223ModeParameters::theInfo,
+    &V76ModeParameters::theInfo,
+    &H2250ModeParameters::theInfo,
+    &GenericCapability::theInfo,
+    &MultiplexedStreamModeParameters::theInfo,
+};
+const int ModeElement::fieldIds[6] = {-1, 0, 0, 0, 0, 0};
+const char* const ModeElement::fieldNames[6] = {
+    "type",
+    "h223ModeParameters",
+    "v76ModeParameters",
+    "h2250ModeParameters",
+    "genericModeParameters",
+    "multiplexedStreamModeParameters",
+};
+const ModeElement::InfoType ModeElement::theInfo = {&ModeElement::create, 16, true, fieldInfos, fieldIds, 2, 4, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* ModeElement::create(const void* info) {
+    return new ModeElement(info);
+}
+ASN1::AbstractData* ModeElement::do_clone() const {
+    return new ModeElement(*this);
+}
+
+// ModeDescription
+const ModeDescription::InfoType ModeDescription::theInfo = {&ModeDescription::create, 17, (ASN1::ConstraintType)2, 1, 256u, &ModeElement::theInfo};
+ASN1::AbstractData* ModeDescription::create(const void* info) {
+    return new ModeDescription(info);
+}
+ASN1::AbstractData* ModeDescription::do_clone() const {
+    return new ModeDescription(*this);
+}
+
+// ModeElement.type
+const void* const ModeElement_type::selectionInfos[7] = {
+    &NonStandardParameter::theInfo,
+    &VideoMode::theInfo,
+    &AudioMode::theInfo,
+    &DataMode::theInfo,
+    &EncryptionMode::theInfo,
+    &H235Mode::theInfo,
+    &MultiplexedStreamParameter::theInfo,
+};
+const char* const ModeElement_type::selectionNames[7] = {
+    "nonStandard",
+    "videoMode",
+    "audioMode",
+    "dataMode",
+    "encryptionMode",
+    "h235Mode",
+    "multiplexedStreamMode",
+};
+const ModeElement_type::InfoType ModeElement_type::theInfo = {&ModeElement_type::create, 0, true, selectionInfos, 5, 7, 0, selectionNames};
+ASN1::AbstractData* ModeElement_type::create(const void* info) {
+    return new ModeElement_type(info);
+}
+ASN1::AbstractData* ModeElement_type::do_clone() const {
+    return new ModeElement_type(*this);
+}
+
+// H235Mode
+const void* const H235Mode::fieldInfos[2] = {
+    &EncryptionAuthenticationAndIntegrity::theInfo,
+    &H235Mode_mediaMode::theInfo,
+};
+const int H235Mode::fieldIds[2] = {-1, -1};
+const char* const H235Mode::fieldNames[2] = {
+    "encryptionAuthenticationAndIntegrity",
+    "mediaMode",
+};
+const H235Mode::InfoType H235Mode::theInfo = {&H235Mode::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H235Mode::create(const void* info) {
+    return new H235Mode(info);
+}
+ASN1::AbstractData* H235Mode::do_clone() const {
+    return new H235Mode(*this);
+}
+
+// H235Mode.mediaMode
+const void* const H235Mode_mediaMode::selectionInfos[4] = {
+    &NonStandardParameter::theInfo,
+    &VideoMode::theInfo,
+    &AudioMode::theInfo,
+    &DataMode::theInfo,
+};
+const char* const H235Mode_mediaMode::selectionNames[4] = {
+    "nonStandard",
+    "videoMode",
+    "audioMode",
+    "dataMode",
+};
+const H235Mode_mediaMode::InfoType H235Mode_mediaMode::theInfo = {&H235Mode_mediaMode::create, 0, true, selectionInfos, 4, 4, 0, selectionNames};
+ASN1::AbstractData* H235Mode_mediaMode::create(const void* info) {
+    return new H235Mode_mediaMode(info);
+}
+ASN1::AbstractData* H235Mode_mediaMode::do_clone() const {
+    return new H235Mode_mediaMode(*this);
+}
+
+// MultiplexedStreamModeParameters
+const void* const MultiplexedStreamModeParameters::fieldInfos[1] = {
+    &LogicalChannelNumber::theInfo,
+};
+const int MultiplexedStreamModeParameters::fieldIds[1] = {-1};
+const char* const MultiplexedStreamModeParameters::fieldNames[1] = {
+    "logicalChannelNumber",
+};
+const MultiplexedStreamModeParameters::InfoType MultiplexedStreamModeParameters::theInfo = {&MultiplexedStreamModeParameters::create, 16, true, fieldInfos, fieldIds, 1, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* MultiplexedStreamModeParameters::create(const void* info) {
+    return new MultiplexedStreamModeParameters(info);
+}
+ASN1::AbstractData* MultiplexedStreamModeParameters::do_clone() const {
+    return new MultiplexedStreamModeParameters(*this);
+}
+
+// H223ModeParameters
+const void* const H223ModeParameters::fieldInfos[2] = {
+    &H223ModeParameters_adaptationLayerType::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H223ModeParameters::fieldIds[2] = {-1, -1};
+const char* const H223ModeParameters::fieldNames[2] = {
+    "adaptationLayerType",
+    "segmentableFlag",
+};
+const H223ModeParameters::InfoType H223ModeParameters::theInfo = {&H223ModeParameters::create, 16, true, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H223ModeParameters::create(const void* info) {
+    return new H223ModeParameters(info);
+}
+ASN1::AbstractData* H223ModeParameters::do_clone() const {
+    return new H223ModeParameters(*this);
+}
+
+// H223ModeParameters.adaptationLayerType
+const void* const H223ModeParameters_adaptationLayerType::selectionInfos[9] = {
+    &NonStandardParameter::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &H223ModeParameters_adaptationLayerType_al3::theInfo,
+    &H223AL1MParameters::theInfo,
+    &H223AL2MParameters::theInfo,
+    &H223AL3MParameters::theInfo,
+};
+const char* const H223ModeParameters_adaptationLayerType::selectionNames[9] = {
+    "nonStandard",
+    "al1Framed",
+    "al1NotFramed",
+    "al2WithoutSequenceNumbers",
+    "al2WithSequenceNumbers",
+    "al3",
+    "al1M",
+    "al2M",
+    "al3M",
+};
+const H223ModeParameters_adaptationLayerType::InfoType H223ModeParameters_adaptationLayerType::theInfo = {&H223ModeParameters_adaptationLayerType::create, 0, true, selectionInfos, 6, 9, 0, selectionNames};
+ASN1::AbstractData* H223ModeParameters_adaptationLayerType::create(const void* info) {
+    return new H223ModeParameters_adaptationLayerType(info);
+}
+ASN1::AbstractData* H223ModeParameters_adaptationLayerType::do_clone() const {
+    return new H223ModeParameters_adaptationLayerType(*this);
+}
+
+// H223ModeParameters_adaptationLayerType.al3
+const void* const H223ModeParameters_adaptationLayerType_al3::fieldInfos[2] = {
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 2u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16777215u>::theInfo,
+};
+const int H223ModeParameters_adaptationLayerType_al3::fieldIds[2] = {-1, -1};
+const char* const H223ModeParameters_adaptationLayerType_al3::fieldNames[2] = {
+    "controlFieldOctets",
+    "sendBufferSize",
+};
+const H223ModeParameters_adaptationLayerType_al3::InfoType H223ModeParameters_adaptationLayerType_al3::theInfo = {&H223ModeParameters_adaptationLayerType_al3::create, 16, false, fieldInfos, fieldIds, 2, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H223ModeParameters_adaptationLayerType_al3::create(const void* info) {
+    return new H223ModeParameters_adaptationLayerType_al3(info);
+}
+ASN1::AbstractData* H223ModeParameters_adaptationLayerType_al3::do_clone() const {
+    return new H223ModeParameters_adaptationLayerType_al3(*this);
+}
+
+// V76ModeParameters
+const void* const V76ModeParameters::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const V76ModeParameters::selectionNames[2] = {
+    "suspendResumewAddress",
+    "suspendResumewoAddress",
+};
+const V76ModeParameters::InfoType V76ModeParameters::theInfo = {&V76ModeParameters::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* V76ModeParameters::create(const void* info) {
+    return new V76ModeParameters(info);
+}
+ASN1::AbstractData* V76ModeParameters::do_clone() const {
+    return new V76ModeParameters(*this);
+}
+
+// H2250ModeParameters
+const void* const H2250ModeParameters::fieldInfos[1] = {
+    &RedundancyEncodingMode::theInfo,
+};
+const int H2250ModeParameters::fieldIds[1] = {0};
+const char* const H2250ModeParameters::fieldNames[1] = {
+    "redundancyEncodingMode",
+};
+const H2250ModeParameters::InfoType H2250ModeParameters::theInfo = {&H2250ModeParameters::create, 16, true, fieldInfos, fieldIds, 1, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* H2250ModeParameters::create(const void* info) {
+    return new H2250ModeParameters(info);
+}
+ASN1::AbstractData* H2250ModeParameters::do_clone() const {
+    return new H2250ModeParameters(*this);
+}
+
+// RedundancyEncodingMode
+const void* const RedundancyEncodingMode::fieldInfos[2] = {
+    &RedundancyEncodingMethod::theInfo,
+    &RedundancyEncodingMode_secondaryEncoding::theInfo,
+};
+const int RedundancyEncodingMode::fieldIds[2] = {-1, 0};
+const char* const RedundancyEncodingMode::fieldNames[2] = {
+    "redundancyEncodingMethod",
+    "secondaryEncoding",
+};
+const RedundancyEncodingMode::InfoType RedundancyEncodingMode::theInfo = {&RedundancyEncodingMode::create, 16, true, fieldInfos, fieldIds, 2, 0, 1, nullptr, 0, fieldNames};
+ASN1::AbstractData* RedundancyEncodingMode::create(const void* info) {
+    return new RedundancyEncodingMode(info);
+}
+ASN1::AbstractData* RedundancyEncodingMode::do_clone() const {
+    return new RedundancyEncodingMode(*this);
+}
+
+// RedundancyEncodingMode.secondaryEncoding
+const void* const RedundancyEncodingMode_secondaryEncoding::selectionInfos[2] = {
+    &NonStandardParameter::theInfo,
+    &AudioMode::theInfo,
+};
+const char* const RedundancyEncodingMode_secondaryEncoding::selectionNames[2] = {
+    "nonStandard",
+    "audioData",
+};
+const RedundancyEncodingMode_secondaryEncoding::InfoType RedundancyEncodingMode_secondaryEncoding::theInfo = {&RedundancyEncodingMode_secondaryEncoding::create, 0, true, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* RedundancyEncodingMode_secondaryEncoding::create(const void* info) {
+    return new RedundancyEncodingMode_secondaryEncoding(info);
+}
+ASN1::AbstractData* RedundancyEncodingMode_secondaryEncoding::do_clone() const {
+    return new RedundancyEncodingMode_secondaryEncoding(*this);
+}
+
+// VideoMode
+const void* const VideoMode::selectionInfos[6] = {
+    &NonStandardParameter::theInfo,
+    &H261VideoMode::theInfo,
+    &H262VideoMode::theInfo,
+    &H263VideoMode::theInfo,
+    &IS11172VideoMode::theInfo,
+    &GenericCapability::theInfo,
+};
+const char* const VideoMode::selectionNames[6] = {
+    "nonStandard",
+    "h261VideoMode",
+    "h262VideoMode",
+    "h263VideoMode",
+    "is11172VideoMode",
+    "genericVideoMode",
+};
+const VideoMode::InfoType VideoMode::theInfo = {&VideoMode::create, 0, true, selectionInfos, 5, 6, 0, selectionNames};
+ASN1::AbstractData* VideoMode::create(const void* info) {
+    return new VideoMode(info);
+}
+ASN1::AbstractData* VideoMode::do_clone() const {
+    return new VideoMode(*this);
+}
+
+// H261VideoMode
+const void* const H261VideoMode::fieldInfos[3] = {
+    &H261VideoMode_resolution::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 19200u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+};
+const int H261VideoMode::fieldIds[3] = {-1, -1, -1};
+const char* const H261VideoMode::fieldNames[3] = {
+    "resolution",
+    "bitRate",
+    "stillImageTransmission",
+};
+const H261VideoMode::InfoType H261VideoMode::theInfo = {&H261VideoMode::create, 16, true, fieldInfos, fieldIds, 3, 0, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H261VideoMode::create(const void* info) {
+    return new H261VideoMode(info);
+}
+ASN1::AbstractData* H261VideoMode::do_clone() const {
+    return new H261VideoMode(*this);
+}
+
+// H261VideoMode.resolution
+const void* const H261VideoMode_resolution::selectionInfos[2] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const H261VideoMode_resolution::selectionNames[2] = {
+    "qcif",
+    "cif",
+};
+const H261VideoMode_resolution::InfoType H261VideoMode_resolution::theInfo = {&H261VideoMode_resolution::create, 0, false, selectionInfos, 2, 2, 0, selectionNames};
+ASN1::AbstractData* H261VideoMode_resolution::create(const void* info) {
+    return new H261VideoMode_resolution(info);
+}
+ASN1::AbstractData* H261VideoMode_resolution::do_clone() const {
+    return new H261VideoMode_resolution(*this);
+}
+
+// H262VideoMode
+const void* const H262VideoMode::fieldInfos[7] = {
+    &H262VideoMode_profileAndLevel::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1073741823u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 262143u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 4294967295u>::theInfo,
+};
+const int H262VideoMode::fieldIds[7] = {-1, 0, 1, 2, 3, 4, 5};
+const char* const H262VideoMode::fieldNames[7] = {
+    "profileAndLevel",
+    "videoBitRate",
+    "vbvBufferSize",
+    "samplesPerLine",
+    "linesPerFrame",
+    "framesPerSecond",
+    "luminanceSampleRate",
+};
+const H262VideoMode::InfoType H262VideoMode::theInfo = {&H262VideoMode::create, 16, true, fieldInfos, fieldIds, 7, 0, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* H262VideoMode::create(const void* info) {
+    return new H262VideoMode(info);
+}
+ASN1::AbstractData* H262VideoMode::do_clone() const {
+    return new H262VideoMode(*this);
+}
+
+// H262VideoMode.profileAndLevel
+const void* const H262VideoMode_profileAndLevel::selectionInfos[11] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const H262VideoMode_profileAndLevel::selectionNames[11] = {
+    "profileAndLevel-SPatML",
+    "profileAndLevel-MPatLL",
+    "profileAndLevel-MPatML",
+    "profileAndLevel-MPatH-14",
+    "profileAndLevel-MPatHL",
+    "profileAndLevel-SNRatLL",
+    "profileAndLevel-SNRatML",
+    "profileAndLevel-SpatialatH-14",
+    "profileAndLevel-HPatML",
+    "profileAndLevel-HPatH-14",
+    "profileAndLevel-HPatHL",
+};
+const H262VideoMode_profileAndLevel::InfoType H262VideoMode_profileAndLevel::theInfo = {&H262VideoMode_profileAndLevel::create, 0, true, selectionInfos, 11, 11, 0, selectionNames};
+ASN1::AbstractData* H262VideoMode_profileAndLevel::create(const void* info) {
+    return new H262VideoMode_profileAndLevel(info);
+}
+ASN1::AbstractData* H262VideoMode_profileAndLevel::do_clone() const {
+    return new H262VideoMode_profileAndLevel(*this);
+}
+
+// H263VideoMode
+const void* const H263VideoMode::fieldInfos[9] = {
+    &H263VideoMode_resolution::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 1, 19200u>::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::BOOLEAN::theInfo,
+    &EnhancementLayerInfo::theInfo,
+    &H263Options::theInfo,
+};
+const int H263VideoMode::fieldIds[9] = {-1, -1, -1, -1, -1, -1, 0, 0, 0};
+const char* const H263VideoMode::fieldNames[9] = {
+    "resolution",
+    "bitRate",
+    "unrestrictedVector",
+    "arithmeticCoding",
+    "advancedPrediction",
+    "pbFrames",
+    "errorCompensation",
+    "enhancementLayerInfo",
+    "h263Options",
+};
+const H263VideoMode::InfoType H263VideoMode::theInfo = {&H263VideoMode::create, 16, true, fieldInfos, fieldIds, 6, 3, 0, nullptr, 0, fieldNames};
+ASN1::AbstractData* H263VideoMode::create(const void* info) {
+    return new H263VideoMode(info);
+}
+ASN1::AbstractData* H263VideoMode::do_clone() const {
+    return new H263VideoMode(*this);
+}
+
+// H263VideoMode.resolution
+const void* const H263VideoMode_resolution::selectionInfos[5] = {
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+    &ASN1::Null::theInfo,
+};
+const char* const H263VideoMode_resolution::selectionNames[5] = {
+    "sqcif",
+    "qcif",
+    "cif",
+    "cif4",
+    "cif16",
+};
+const H263VideoMode_resolution::InfoType H263VideoMode_resolution::theInfo = {&H263VideoMode_resolution::create, 0, true, selectionInfos, 5, 5, 0, selectionNames};
+ASN1::AbstractData* H263VideoMode_resolution::create(const void* info) {
+    return new H263VideoMode_resolution(info);
+}
+ASN1::AbstractData* H263VideoMode_resolution::do_clone() const {
+    return new H263VideoMode_resolution(*this);
+}
+
+// IS11172VideoMode
+const void* const IS11172VideoMode::fieldInfos[7] = {
+    &ASN1::BOOLEAN::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 1073741823u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 262143u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 16383u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 15u>::theInfo,
+    &ASN1::Constrained_INTEGER<(ASN1::ConstraintType)2, 0, 4294967295u>::theInfo,
+};
+const int IS11172VideoMode::fieldIds[7] = {-1, 0, 1, 2, 3, 4, 5};
+const char* const IS11172VideoMode::fieldNames[7] = {
+    "constrainedBitstream",
+    "videoBitRate",
+    "vbvBufferSize",
+    "samplesPerLine",
+    "linesPerFrame",
+    "pictureRate",
+    "luminanceSampleRate",
+};
+const IS11172VideoMode::InfoType IS11172VideoMode::theInfo = {&IS11172VideoMode::create, 16, true, fieldInfos, fieldIds, 7, 0, 6, nullptr, 0, fieldNames};
+ASN1::AbstractData* IS11172VideoMode::create(const void* info) {
+    return new IS11172VideoMode(info);
+}
+ASN1::AbstractData* IS11172VideoMode::do_clone() const {
+    return new IS11172VideoMode(*this);
+}
+
 // AudioMode
 const void* const AudioMode::selectionInfos[22] = {
     &NonStandardParameter::theInfo,
