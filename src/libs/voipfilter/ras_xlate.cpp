@@ -115,9 +115,8 @@ int RASTranslatorContext::TranslateRegistrationRequest(
         }
     }
 
-    auto translate =
-        VoIPTranslator::Current().Callback<voipxlate_translate_addr_function>(
-            VOIPXLATE_TRANSLATE_ADDR);
+    auto translate = VoIPTranslator::Current().Callback<voipxlate_translate_addr_function>(
+        VOIPXLATE_TRANSLATE_ADDR);
     auto& signalAddresses = request.ref_callSignalAddress();
     for (unsigned i = 0; i < signalAddresses.size(); ++i) {
         sockaddr_type found;
@@ -168,7 +167,9 @@ VOIPXLATE_API RASTranslatorContext* h323xlate_ras_create(void* context, const so
                                     CopyOrZero(third), CopyOrZero(fourth));
 }
 
-VOIPXLATE_API void h323xlate_ras_destroy(RASTranslatorContext* handle) { delete handle; }
+VOIPXLATE_API void h323xlate_ras_destroy(RASTranslatorContext* handle) {
+    delete handle;
+}
 
 VOIPXLATE_API int h323xlate_ras_translatepdu(RASTranslatorContext* handle, int direction,
                                              const unsigned char* in, unsigned int inLength,

@@ -360,6 +360,8 @@ VOIPXLATE_API int h323xlate_h225_setheaderstring(H225TranslatorContext* call,
 VOIPXLATE_API const char* h323xlate_h225_getheaderstring(H225TranslatorContext* call,
                                                          const unsigned char* pdu,
                                                          unsigned int length, int selector);
+
+/* ---------------------------------------------------------------------------------------------
  * RAS family: one handle per endpoint-to-gatekeeper association (H.225.0 RAS over UDP)
  * ------------------------------------------------------------------------------------------- */
 
