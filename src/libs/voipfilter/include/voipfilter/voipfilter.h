@@ -363,6 +363,45 @@ VOIPXLATE_API const char* h323xlate_h225_getheaderstring(H225TranslatorContext* 
                                                          unsigned int length, int selector);
 
 /* ---------------------------------------------------------------------------------------------
+ * RAS family: one handle per endpoint-to-gatekeeper association (H.225.0 RAS over UDP)
+ * ------------------------------------------------------------------------------------------- */
+
+typedef struct RASTranslatorContext RASTranslatorContext;
+
+/**
+ * Creates a RAS translator. first: the endpoint's address as the host received it; third: the
+ * address to announce in its place (GatekeeperRequest and RegistrationRequest RAS addresses equal
+ * to first are rewritten to third). second and fourth are stored and not used. A null address
+ * pointer counts as an all-zero address.
+ * @return a new handle (never null).
+ */
+VOIPXLATE_API RASTranslatorContext* h323xlate_ras_create(void* ctx, const sockaddr_type* first,
+                                                         const sockaddr_type* second,
+                                                         const sockaddr_type* third,
+                                                         const sockaddr_type* fourth);
+
+/**
+ * Destroys a RAS translator; null is ignored. Mappings still held are not withdrawn through
+ * removeMappingFunction: the host withdraws them itself.
+ */
+VOIPXLATE_API void h323xlate_ras_destroy(RASTranslatorContext* handle);
+
+/**
+ * Translates one RAS message. direction: non-zero when it comes from the endpoint side.
+ * *outLength holds out's size on entry and the new message's size after a rewrite. *status (when
+ * given) is set to -1 first and then to the RasMessage alternative index once the message decodes
+ * (0 GatekeeperRequest, 3 RegistrationRequest, 4 RegistrationConfirm, 5 RegistrationReject,
+ * 6 UnregistrationRequest, ...).
+ * @return 1 out holds the rewritten message; 0 forward the input unchanged; -1 null handle, null
+ *         input, a non-IP address in a request that is rewritten, or out too small; -2 the
+ *         input does not decode.
+ */
+VOIPXLATE_API int h323xlate_ras_translatepdu(RASTranslatorContext* handle, int direction,
+                                             const unsigned char* in, unsigned int inLength,
+                                             unsigned char* out, unsigned int* outLength,
+                                             int* status);
+
+/* ---------------------------------------------------------------------------------------------
  * SIP family (SIP over UDP with SDP bodies)
  *
  * One SIPConnection per host-side SIP association. All SIP connections share one dialog table
