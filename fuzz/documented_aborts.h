@@ -81,12 +81,17 @@ private:
     }
 };
 
-inline Scanner Scan(const ASN1::AbstractData& value, bool nested) {
+struct Findings {
+    bool documentedAbort; // re-encoding or translating the value reaches a documented abort
+    bool unknownExtensions;
+    bool Found() const { return documentedAbort; }
+};
+
+inline Findings Scan(const ASN1::AbstractData& value, bool nested) {
     Scanner scanner(nested);
     value.accept(scanner);
-    return scanner;
+    return {scanner.Found(), scanner.unknownExtensions};
 }
-
 } // namespace fuzzscan
 
 #endif

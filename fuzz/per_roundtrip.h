@@ -31,7 +31,7 @@ template <class T> void RoundTrip(const uint8_t* data, size_t size) {
     T first;
     if (!Decode(reinterpret_cast<const char*>(data), size, first))
         return;
-    const fuzzscan::Scanner scan = fuzzscan::Scan(first, false);
+    const fuzzscan::Findings scan = fuzzscan::Scan(first, false);
     if (scan.Found())
         return;
     const std::string text = first.asValueNotation();
