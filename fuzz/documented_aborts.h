@@ -4,8 +4,9 @@
 //    which a re-encoded string or bit string of that size needs;
 //  - writing an IPv6 media address into an H.245 message stops on
 //    "currentSelection() ==iPAddress::id_".
-// A tree with unknown SEQUENCE extensions is flagged too: it re-encodes without their octets,
-// which the round-trip properties must not count as a fault.
+// Two shapes that do not re-encode to what was received are flagged too, so that the round-trip
+// properties do not count them as faults: unknown SEQUENCE extensions (their octets are not kept)
+// and an extension bit map without a set bit (written after an extension bit of 0).
 #ifndef VOIPFILTER_FUZZ_DOCUMENTED_ABORTS_H
 #define VOIPFILTER_FUZZ_DOCUMENTED_ABORTS_H
 
@@ -23,6 +24,7 @@ public:
     bool longLength = false;       // a value whose re-encoding needs a length of 8192 or more
     bool ipv6MediaAddress = false; // an H.245 unicast address holding iP6Address
     bool unknownExtensions = false;
+    bool emptyExtensionMap = false;
 
     bool Found() const { return longLength || ipv6MediaAddress; }
 
@@ -68,6 +70,8 @@ private:
     }
     bool preVisitExtensionRoots(const ASN1::SEQUENCE& seq) override {
         const ASN1::SEQUENCE::BitMap& map = seq.extensionMap();
+        if (map.size() > 0 && !map.any())
+            emptyExtensionMap = true;
         for (unsigned i = seq.getKnownExtensions(); i < map.size(); ++i)
             if (map[i])
                 unknownExtensions = true;
@@ -82,15 +86,15 @@ private:
 };
 
 struct Findings {
-    bool documentedAbort; // re-encoding or translating the value reaches a documented abort
-    bool unknownExtensions;
+    bool documentedAbort;     // re-encoding or translating the value reaches a documented abort
+    bool changesOnReencoding; // unknown extensions or an empty extension map
     bool Found() const { return documentedAbort; }
 };
 
 inline Findings Scan(const ASN1::AbstractData& value, bool nested) {
     Scanner scanner(nested);
     value.accept(scanner);
-    return {scanner.Found(), scanner.unknownExtensions};
+    return {scanner.Found(), scanner.unknownExtensions || scanner.emptyExtensionMap};
 }
 } // namespace fuzzscan
 

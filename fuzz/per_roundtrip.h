@@ -1,7 +1,8 @@
 // The round-trip property of a top-level message type: decode, print, re-encode, decode the
 // re-encoding and re-encode again. The second encoding must equal the first: the codec's
 // departures from X.691 (negative INTEGER octet count, dropped unknown extensions, ...) may
-// change a value once, but what it wrote it must read back to the same octets.
+// change a value once, but what it wrote it must read back to the same octets. Values whose
+// shape the encoder does not reproduce (see documented_aborts.h) are exempt.
 #ifndef VOIPFILTER_FUZZ_PER_ROUNDTRIP_H
 #define VOIPFILTER_FUZZ_PER_ROUNDTRIP_H
 
@@ -47,7 +48,7 @@ template <class T> void RoundTrip(const uint8_t* data, size_t size) {
         return;
     std::vector<char> twice;
     const bool encoded = Encode(second, twice);
-    if (!scan.unknownExtensions && (!encoded || twice != once))
+    if (!scan.changesOnReencoding && (!encoded || twice != once))
         __builtin_trap();
 }
 
