@@ -15,6 +15,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -202,6 +203,21 @@ protected:
 
     RASTranslatorContext* handle_ = nullptr;
 };
+
+TEST_F(Ras, KeepsTheFourAddressesInArgumentOrder) {
+    EXPECT_EQ(Text(handle_->Address(0)), "192.168.1.10:1719");
+    EXPECT_EQ(Text(handle_->Address(1)), "198.51.100.1:1719");
+    EXPECT_EQ(Text(handle_->Address(2)), "203.0.113.1:1719");
+    EXPECT_EQ(Text(handle_->Address(3)), "198.51.100.1:1719");
+
+    // A null address counts as all zero.
+    RASTranslatorContext* ras = h323xlate_ras_create(nullptr, nullptr, nullptr, nullptr, nullptr);
+    sockaddr_type zero;
+    std::memset(&zero, 0, sizeof zero);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_EQ(std::memcmp(&ras->Address(i), &zero, sizeof zero), 0) << i;
+    h323xlate_ras_destroy(ras);
+}
 
 // --- GatekeeperRequest -------------------------------------------------------------------------
 

@@ -267,7 +267,11 @@ VOIPXLATE_API int voipxlate_setloglevel(int level);
  * ------------------------------------------------------------------------------------------- */
 
 /** One H.323 call (opaque). */
+#ifdef __cplusplus
+class H225TranslatorContext; /* the library's class, opaque to hosts */
+#else
 typedef struct H225TranslatorContext H225TranslatorContext;
+#endif
 
 /**
  * Creates a call. expectedOriginator: the address the SETUP comes from; expectedDestination: the
@@ -366,7 +370,11 @@ VOIPXLATE_API const char* h323xlate_h225_getheaderstring(H225TranslatorContext* 
  * RAS family: one handle per endpoint-to-gatekeeper association (H.225.0 RAS over UDP)
  * ------------------------------------------------------------------------------------------- */
 
+#ifdef __cplusplus
+class RASTranslatorContext; /* the library's class, opaque to hosts */
+#else
 typedef struct RASTranslatorContext RASTranslatorContext;
+#endif
 
 /**
  * Creates a RAS translator. first: the endpoint's address as the host received it; third: the
