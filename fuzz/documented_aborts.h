@@ -3,7 +3,9 @@
 //  - the PER encoder cannot write an unconstrained length of 8192 or more ("len < 0x2000"),
 //    which a re-encoded string or bit string of that size needs;
 //  - writing an IPv6 media address into an H.245 message stops on
-//    "currentSelection() ==iPAddress::id_".
+//    "currentSelection() ==iPAddress::id_";
+//  - a forward fast-start proposal whose multiplex parameters are not H.225.0's stops on the
+//    selection check of its H2250LogicalChannelParameters.
 // Two shapes that do not re-encode to what was received are flagged too, so that the round-trip
 // properties do not count them as faults: unknown SEQUENCE extensions (their octets are not kept)
 // and an extension bit map without a set bit (written after an extension bit of 0).
@@ -21,12 +23,13 @@ public:
     // carry (tunnelled H.245, fast start) and scan that.
     explicit Scanner(bool nested) : nested_(nested) {}
 
-    bool longLength = false;       // a value whose re-encoding needs a length of 8192 or more
-    bool ipv6MediaAddress = false; // an H.245 unicast address holding iP6Address
+    bool longLength = false;         // a value whose re-encoding needs a length of 8192 or more
+    bool ipv6MediaAddress = false;   // an H.245 unicast address holding iP6Address
+    bool fastStartMultiplex = false; // a forward proposal without H.225.0 multiplex parameters
     bool unknownExtensions = false;
     bool emptyExtensionMap = false;
 
-    bool Found() const { return longLength || ipv6MediaAddress; }
+    bool Found() const { return longLength || ipv6MediaAddress || fastStartMultiplex; }
 
 private:
     static constexpr unsigned kLimit = 8192;
@@ -41,8 +44,14 @@ private:
             if (ASN1::ASNDecode(v, message) == 1)
                 message.accept(*this);
             MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel olc;
-            if (ASN1::ASNDecode(v, olc) == 1)
+            if (ASN1::ASNDecode(v, olc) == 1) {
+                if (!olc.reverseLogicalChannelParameters_isPresent() &&
+                    !olc.get_forwardLogicalChannelParameters()
+                         .get_multiplexParameters()
+                         .h2250LogicalChannelParameters_isSelected())
+                    fastStartMultiplex = true;
                 olc.accept(*this);
+            }
         }
         return true;
     }

@@ -344,8 +344,9 @@ VOIPXLATE_API voipxlate_callinformation* h323xlate_h225_getcallstatus(H225Transl
  * endpoint replaced: productId becomes value, versionId a single zero byte. The user-user
  * element stays where it stood. selector is reserved. *outputLength is the buffer's size on
  * entry and the new size after success. Messages other than SETUP, CALL PROCEEDING, ALERTING,
- * CONNECT, PROGRESS and FACILITY are copied with their user information re-encoded unchanged.
- * The call's state is not used or changed.
+ * CONNECT, PROGRESS and FACILITY, and messages whose endpoint announces no vendor identity, are
+ * copied with their user information re-encoded unchanged. The call's state is not used or
+ * changed.
  * @return 1 written; 0 no user-user element; -1 null call, value or output, a malformed frame,
  *         or an output buffer too small; -2 the user information does not decode.
  */
