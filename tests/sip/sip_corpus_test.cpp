@@ -1,0 +1,1 @@
+#include "sip_test_host.h"
