@@ -46,8 +46,7 @@ inline void Log(void*, const char* file, int, int level, const char* text) {
     (void)n;
 }
 
-inline int Open(void*, int direction, voipxlate_mediasessioninformation* session,
-                int32_t* handle) {
+inline int Open(void*, int direction, voipxlate_mediasessioninformation* session, int32_t* handle) {
     Check(session != nullptr && handle != nullptr && (direction == 0 || direction == 1));
     if (Policy() & kOpenFails)
         return -1;
@@ -85,7 +84,9 @@ inline int RewriteNotify(bool, bool, SIPMIMEType* headers) {
     return 1;
 }
 
-inline void CallInformation(voipxlate_callinformation* info) { Check(info != nullptr); }
+inline void CallInformation(voipxlate_callinformation* info) {
+    Check(info != nullptr);
+}
 
 template <typename Fn> voipxlate_function Slot(bool on, Fn fn) {
     return on ? reinterpret_cast<voipxlate_function>(fn) : nullptr;

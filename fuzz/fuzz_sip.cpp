@@ -50,10 +50,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             (record.flags & 4) ? unsigned(record.size / 2) : unsigned(record.size * 2 + 4096);
         out.assign(capacity, 0xEE);
         unsigned outLength = capacity;
-        const int result =
-            sipxlate_udp_translate(connection, record.flags & 1, record.data,
-                                   unsigned(record.size), out.empty() ? nullptr : out.data(),
-                                   &outLength, (record.flags & 2) ? 1 : 0);
+        const int result = sipxlate_udp_translate(
+            connection, record.flags & 1, record.data, unsigned(record.size),
+            out.empty() ? nullptr : out.data(), &outLength, (record.flags & 2) ? 1 : 0);
         if (result == 1) {
             // A rewritten message fits the buffer, is NUL-terminated and has the length reported.
             fuzzhost::Check(outLength < capacity);

@@ -374,4 +374,29 @@ TEST_F(Sdp, EmptyLinesAndSpacesInTheBodyAreDropped) {
     EXPECT_TRUE(LogCapture::Has("SIP  ignoring empty line in SDP body\n"));
 }
 
+TEST_F(Sdp, AttributeLinesThatAreNotCodecs) {
+    const std::string callId = "sdp-attributes@test";
+    Forget(callId);
+    const std::string sdp = "v=0\r\nc=IN IP4 10.0.0.5\r\nm=audio 4000 RTP/AVP 0 8\r\n"
+                            "a=rtpmap:8 PCMA/8000\r\n"
+                            "a=\r\n"
+                            "a=rtpmap:\r\n"
+                            "a=rtpmapx:0 PCMU/8000\r\n"
+                            "a=rtpmap:0 PCMU\r\n"
+                            "a=rtpmap: 8 PCMA/8000\r\n"
+                            "a=setup:actpass\r\n";
+    ASSERT_EQ(Translate(Connect(), Invite(callId, sdp).Text()), 1);
+    EXPECT_EQ(BodyOf(out_), "v=0\r\nm=audio 14000 RTP/AVP 0 8\r\nc=IN IP4 203.0.113.1\r\n"
+                            "a=rtpmap:8 PCMA/8000\r\n"
+                            "a=\r\n"
+                            "a=rtpmap:\r\n"
+                            "a=rtpmapx:0 PCMU/8000\r\n"
+                            "a=setup:actpass\r\n")
+        << "an rtpmap without clock rate, or with an empty payload type, offers no codec";
+    ASSERT_EQ(Host().codecs.size(), 1u);
+    EXPECT_EQ(Host().codecs[0].name, "PCMA");
+    EXPECT_TRUE(LogCapture::Has("SIP  Ignoring SDP a= line < 1 token\n"));
+    EXPECT_TRUE(LogCapture::Has("SIP  adding setup:\n"));
+}
+
 } // namespace

@@ -66,6 +66,13 @@ sockaddr_type Ipv4(const char* text);
 // Fixture: empty registry with the recording callbacks in slots 1, 2, 3, 8, 14 and 15 (slot 9 is
 // set by the tests that need it), and a log capture at level 5.
 class SipHostTest : public RegistryTest {
+public:
+    // Deletes any dialog left from an earlier run under this Call-ID, so tests do not depend on
+    // their order.
+    static void Forget(const std::string& callId);
+
+    static SIPTranslator::DialogInfo* Dialog(const std::string& key);
+
 protected:
     void SetUp() override;
     void TearDown() override;
@@ -76,12 +83,6 @@ protected:
     // Translates text through the C API; the output (when the result is positive) goes to out_.
     int Translate(SIPConnection* connection, const std::string& message, int option = 1,
                   unsigned capacity = 8192);
-
-    // Deletes any dialog left from an earlier run under this Call-ID, so tests do not depend on
-    // their order.
-    static void Forget(const std::string& callId);
-
-    static SIPTranslator::DialogInfo* Dialog(const std::string& key);
 
     std::unique_ptr<LogCapture> log_;
     std::vector<SIPConnection*> connections_;

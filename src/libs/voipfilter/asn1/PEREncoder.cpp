@@ -1,0 +1,422 @@
+// Aligned (and unaligned) PER encoding, X.691, mirroring PERDecoder and each of its departures.
+#include "asn1/PEREncoder.h"
+
+#include <cstring>
+#include <string>
+
+namespace ASN1 {
+
+namespace {
+constexpr unsigned kUnconstrained = 0x7FFFFFFF;
+} // namespace
+
+PEREncoder::PEREncoder(std::vector<char>& output, bool aligned)
+    : outputBuffer(output), bitOffset(8), alignedFlag(aligned), depth(0) {
+    outputBuffer.clear();
+    outputBuffer.reserve(256);
+}
+
+void PEREncoder::encodeSingleBit(bool bit) {
+    if (bitOffset == 8)
+        outputBuffer.push_back(0);
+    --bitOffset;
+    if (bit)
+        outputBuffer.back() = static_cast<char>(outputBuffer.back() | (1 << bitOffset));
+    if (bitOffset == 0)
+        byteAlign();
+}
+
+void PEREncoder::encodeMultiBit(unsigned value, unsigned nBits) {
+    if (nBits == 0)
+        return;
+    if (bitOffset == 8)
+        outputBuffer.push_back(0);
+    if (nBits < 32)
+        value &= (1u << nBits) - 1;
+    if (bitOffset > nBits) {
+        bitOffset = static_cast<std::uint16_t>(bitOffset - nBits);
+        outputBuffer.back() = static_cast<char>(outputBuffer.back() | (value << bitOffset));
+        return;
+    }
+    nBits -= bitOffset;
+    outputBuffer.back() = static_cast<char>(outputBuffer.back() | (value >> nBits));
+    bitOffset = 8;
+    while (nBits >= 8) {
+        nBits -= 8;
+        outputBuffer.push_back(static_cast<char>(value >> nBits));
+    }
+    if (nBits > 0) {
+        bitOffset = static_cast<std::uint16_t>(8 - nBits);
+        outputBuffer.push_back(static_cast<char>((value & ((1u << nBits) - 1)) << bitOffset));
+    }
+}
+
+void PEREncoder::encodeByte(unsigned value) {
+    byteAlign();
+    outputBuffer.push_back(static_cast<char>(value));
+}
+
+void PEREncoder::encodeBlock(const char* data, unsigned count) {
+    if (count == 0)
+        return;
+    byteAlign();
+    outputBuffer.insert(outputBuffer.end(), data, data + count);
+}
+
+void PEREncoder::encodeBitMap(const std::vector<char>& bits, unsigned nBits) {
+    unsigned index = 0;
+    for (; nBits >= 8; nBits -= 8)
+        encodeMultiBit(static_cast<unsigned char>(bits[index++]), 8);
+    if (nBits > 0)
+        encodeMultiBit(static_cast<unsigned char>(bits[index]) >> (8 - nBits), nBits);
+}
+
+// X.691 10.6: normally small non-negative whole number.
+void PEREncoder::encodeSmallUnsigned(unsigned value) {
+    if (value <= 63) {
+        encodeMultiBit(value, 7); // a 0 bit, then six bits
+        return;
+    }
+    encodeSingleBit(true);
+    const unsigned octets = value < 256 ? 1 : value < 65536 ? 2 : value <= 0xFFFFFF ? 3 : 4;
+    encodeLength(octets, 0, kUnconstrained);
+    byteAlign();
+    encodeMultiBit(value, octets * 8);
+}
+
+// X.691 10.9: length determinant.
+bool PEREncoder::encodeLength(unsigned length, unsigned lower, unsigned upper) {
+    if (length < lower || length > upper)
+        return false;
+    if (upper != kUnconstrained && !alignedFlag) {
+        ASN1_ASSERT(upper - lower < 0x10000);
+        encodeMultiBit(length - lower, CountBits(upper - lower + 1));
+        return true;
+    }
+    if (upper < 0x10000)
+        return encodeUnsigned(length, lower, upper);
+    byteAlign();
+    if (length < 128) { // X.691 10.9.3.6
+        encodeMultiBit(length, 8);
+        return true;
+    }
+    encodeSingleBit(true);
+    const unsigned len = length;
+    if (len >= 8192) {
+        // Deliberately not X.691 10.9.3.7/10.9.3.8: a length of 8192 or more cannot be written
+        // (half of what the decoder accepts) and aborts.
+        encodeSingleBit(true);
+        ASN1_ASSERT(len < 0x2000);
+    }
+    encodeMultiBit(len, 15); // X.691 10.9.3.7: 10 followed by the 14-bit length
+    return true;
+}
+
+// X.691 10.5: constrained whole number.
+bool PEREncoder::encodeUnsigned(unsigned value, unsigned lower, unsigned upper) {
+    if (value < lower || value > upper)
+        return false;
+    if (lower == upper)
+        return true;
+    const unsigned span = upper - lower;
+    unsigned nBits = CountBits(span + 1);
+    const unsigned offset = value - lower;
+    if (alignedFlag) {
+        if (span < 255) { // X.691 10.5.7.1: bit-field, no alignment
+            encodeMultiBit(offset, nBits);
+            return true;
+        }
+        if (nBits >= 17) { // X.691 10.5.7.4: octet count, then the octets
+            const unsigned octets = value == lower ? 1 : (CountBits(offset + 1) + 7) / 8;
+            if (!encodeLength(octets, 1, (nBits + 7) / 8))
+                return false;
+            nBits = octets * 8;
+        } else if (nBits > 8) {
+            nBits = 16;
+        }
+        byteAlign();
+    }
+    encodeMultiBit(offset, nBits);
+    return true;
+}
+
+bool PEREncoder::encodeConstraint(const ConstrainedObject& object, unsigned value) {
+    if (!object.extendable())
+        return object.getConstraintType() != FixedConstraint;
+    const int lower = object.getLowerLimit();
+    const bool outside =
+        value > object.getUpperLimit() ||
+        (lower < 0 ? static_cast<int>(value) < lower : value < static_cast<unsigned>(lower));
+    encodeSingleBit(outside);
+    return outside;
+}
+
+bool PEREncoder::encodeConstrainedLength(const ConstrainedObject& object, unsigned length) {
+    if (!encodeConstraint(object, length))
+        return encodeLength(length, static_cast<unsigned>(object.getLowerLimit()),
+                            object.getUpperLimit());
+    return encodeLength(length, 0, kUnconstrained);
+}
+
+// X.691 10.2: the value encoded on its own (always aligned), then as a length-prefixed octet
+// string. An empty encoding becomes the single octet 0x00.
+bool PEREncoder::encodeAnyType(const AbstractData* value) {
+    std::vector<char> octets;
+    PEREncoder inner(octets, true);
+    inner.depth = depth;
+    if (value != nullptr && !inner.encodeNested(*value))
+        return false;
+    if (octets.empty())
+        inner.encodeSingleBit(false);
+    if (!encodeLength(static_cast<unsigned>(octets.size()), 0, kUnconstrained))
+        return false;
+    encodeBlock(octets.data(), static_cast<unsigned>(octets.size()));
+    return true;
+}
+
+bool PEREncoder::encodeNested(const AbstractData& value) {
+    if (depth >= MaximumNestingDepth)
+        return false;
+    ++depth;
+    const bool ok = value.accept(*this);
+    --depth;
+    return ok;
+}
+
+// ------------------------------------------------------------------------------------------------
+bool PEREncoder::do_visit(const AbstractData&) {
+    return false;
+}
+bool PEREncoder::do_visit(const Null&) {
+    return true;
+}
+
+bool PEREncoder::do_visit(const BOOLEAN& value) {
+    encodeSingleBit(value);
+    return true;
+}
+
+bool PEREncoder::do_visit(const INTEGER& value) {
+    const int v = value.getValue();
+    const int lower = value.getLowerLimit();
+    const unsigned upper = value.getUpperLimit();
+    if (!encodeConstraint(value, static_cast<unsigned>(v))) {
+        if (static_cast<unsigned>(lower) == upper)
+            return true;
+        // X.691 12.2.2: the offset from the lower bound; a negative lower bound is handled by
+        // moving the range to start at 0, which writes the same bits.
+        if (lower < 0) {
+            if (v < lower || v > static_cast<int>(upper))
+                return false;
+            return encodeUnsigned(static_cast<unsigned>(v) - static_cast<unsigned>(lower), 0,
+                                  upper - static_cast<unsigned>(lower));
+        }
+        return encodeUnsigned(static_cast<unsigned>(v), static_cast<unsigned>(lower), upper);
+    }
+    // Unconstrained, semi-constrained or outside an extendable root: a length-prefixed number.
+    // Deliberately not X.691 12.2.3/12.2.6: a semi-constrained value is written as itself, not as
+    // its offset from the lower bound, and a negative value counts its magnitude's bits without a
+    // sign bit, so values such as -1, -129..-256 or -32769..-65536 lose their top octet.
+    const unsigned u = value.getConstraintType() == FixedConstraint
+                           ? static_cast<unsigned>(v) - static_cast<unsigned>(lower)
+                           : static_cast<unsigned>(v);
+    unsigned bits;
+    if (u == 0)
+        bits = 1;
+    else if (v < 0)
+        bits = CountBits(0u - static_cast<unsigned>(v));
+    else
+        bits = CountBits(static_cast<unsigned>(v) + 1) + 1;
+    const unsigned octets = (bits + 7) / 8;
+    if (!encodeLength(octets, 0, kUnconstrained))
+        return false;
+    encodeMultiBit(u, octets * 8);
+    return true;
+}
+
+// Deliberately refused: a named-number INTEGER cannot be encoded by this codec.
+bool PEREncoder::do_visit(const IntegerWithNamedNumber&) {
+    return false;
+}
+
+bool PEREncoder::do_visit(const ENUMERATED& value) {
+    const int v = value.asInt();
+    if (value.extendable()) {
+        const bool extended = v > value.getMaximum();
+        encodeSingleBit(extended);
+        if (extended) {
+            // Deliberately not X.691 13.3: this codec's own pair, a small number v + 1 and then v
+            // as a constrained number in 0..v (PERDecoder reads the same).
+            encodeSmallUnsigned(static_cast<unsigned>(v) + 1);
+            return encodeUnsigned(static_cast<unsigned>(v), 0, static_cast<unsigned>(v));
+        }
+    }
+    return encodeUnsigned(static_cast<unsigned>(v), 0, static_cast<unsigned>(value.getMaximum()));
+}
+
+bool PEREncoder::do_visit(const OBJECT_IDENTIFIER& value) {
+    std::vector<char> contents;
+    value.encodeCommon(contents);
+    // Deliberately not X.691 24: the length is a constrained number 0..255.
+    if (!encodeLength(static_cast<unsigned>(contents.size()), 0, 255))
+        return false;
+    encodeBlock(contents.data(), static_cast<unsigned>(contents.size()));
+    return true;
+}
+
+bool PEREncoder::do_visit(const BIT_STRING& value) {
+    const unsigned bits = value.size();
+    if (!encodeConstrainedLength(value, bits))
+        return false;
+    if (bits == 0)
+        return true;
+    if (bits > 16 && alignedFlag) {
+        encodeBlock(value.getData().data(), (bits + 7) / 8);
+        return true;
+    }
+    // Deliberately not X.691 16.10: bit strings of up to 16 bits are never aligned.
+    encodeBitMap(value.getData(), bits);
+    return true;
+}
+
+bool PEREncoder::do_visit(const OCTET_STRING& value) {
+    const unsigned size = static_cast<unsigned>(value.size());
+    if (!encodeConstrainedLength(value, size))
+        return false;
+    switch (size) {
+    case 0:
+        return true;
+    // Deliberately not X.691 17.6/17.7: every one- and two-octet string is written without
+    // alignment, whether or not its size is fixed.
+    case 1:
+        encodeMultiBit(static_cast<unsigned char>(value[0]), 8);
+        return true;
+    case 2:
+        encodeMultiBit(static_cast<unsigned char>(value[0]), 8);
+        encodeMultiBit(static_cast<unsigned char>(value[1]), 8);
+        return true;
+    default:
+        encodeBlock(value.data(), size);
+        return true;
+    }
+}
+
+bool PEREncoder::do_visit(const AbstractString& value) {
+    const unsigned length = static_cast<unsigned>(value.size());
+    if (!encodeConstrainedLength(value, length))
+        return false;
+    const unsigned b = value.getNumBits(alignedFlag);
+    // X.691 30.5.7: aligned when the string may exceed two octets.
+    if (value.getConstraintType() == Unconstrained ||
+        static_cast<unsigned long long>(value.getUpperLimit()) * b >= 17) {
+        if (b == 8) {
+            encodeBlock(value.data(), length);
+            return true;
+        }
+        if (alignedFlag)
+            byteAlign();
+    }
+    const unsigned canonicalBits = value.getCanonicalSetBits();
+    const bool codesAsIs = canonicalBits <= b && canonicalBits > 4;
+    const char* set = value.getCharacterSet();
+    const unsigned setSize = value.getCharacterSetSize();
+    for (char c : static_cast<const std::string&>(value)) {
+        if (codesAsIs) {
+            encodeMultiBit(static_cast<unsigned char>(c), b);
+            continue;
+        }
+        // X.691 30.5.4: the index in the permitted alphabet. A character outside it fails the
+        // encode; what was written stays in the output.
+        const void* found = std::memchr(set, c, setSize);
+        if (found == nullptr)
+            return false;
+        encodeMultiBit(static_cast<unsigned>(static_cast<const char*>(found) - set), b);
+    }
+    return true;
+}
+
+bool PEREncoder::do_visit(const BMPString& value) {
+    const unsigned length = static_cast<unsigned>(value.size());
+    if (!encodeConstrainedLength(value, length))
+        return false;
+    const unsigned b = value.getNumBits(alignedFlag);
+    if (alignedFlag && (value.getConstraintType() == Unconstrained ||
+                        static_cast<unsigned long long>(value.getUpperLimit()) * b > 16))
+        byteAlign();
+    const unsigned first = static_cast<unsigned>(value.getFirstChar());
+    for (wchar_t c : static_cast<const std::wstring&>(value))
+        encodeMultiBit(static_cast<unsigned>(c) - first, b);
+    return true;
+}
+
+bool PEREncoder::do_visit(const CHOICE& value) {
+    const int id = value.currentSelection();
+    if (id < 0)
+        return false;
+    const unsigned numChoices = value.getNumChoices();
+    if (value.extendable()) {
+        const bool extended = static_cast<unsigned>(id) >= numChoices;
+        encodeSingleBit(extended);
+        if (extended) { // X.691 23.8: index as a small number, value as an open type
+            encodeSmallUnsigned(static_cast<unsigned>(id) - numChoices);
+            return encodeAnyType(value.getSelection());
+        }
+    }
+    if (numChoices >= 2 && !encodeUnsigned(static_cast<unsigned>(id), 0, numChoices - 1))
+        return false;
+    const AbstractData* selection = value.getSelection();
+    return selection != nullptr && encodeNested(*selection);
+}
+
+bool PEREncoder::do_visit(const SEQUENCE_OF_Base& value) {
+    if (!encodeConstrainedLength(value, value.size()))
+        return false;
+    for (const AbstractData* element : value) {
+        if (!encodeNested(*element))
+            return false;
+    }
+    return true;
+}
+
+// Only the decoded value is written; octets kept from a decode are not (an OpenData holding only
+// them goes out as the empty open type 0x00).
+bool PEREncoder::do_visit(const OpenData& value) {
+    return encodeAnyType(value.has_data() ? &value.get_data() : nullptr);
+}
+
+bool PEREncoder::do_visit(const GeneralizedTime& value) {
+    const std::string text = value.get();
+    // The upper bound is not the unconstrained marker, so the aligned variant writes an
+    // unconstrained length after the 64K test.
+    if (!encodeLength(static_cast<unsigned>(text.size()), 0, 0xFFFFFFFF))
+        return false;
+    encodeBlock(text.data(), static_cast<unsigned>(text.size()));
+    return true;
+}
+
+// ------------------------------------------------------------------------------------------------
+bool PEREncoder::preVisitExtensionRoots(const SEQUENCE& seq) {
+    if (seq.extendable())
+        encodeSingleBit(seq.extensionMap_.any());
+    encodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size());
+    return true;
+}
+
+bool PEREncoder::visitExtensionRoot(const SEQUENCE& seq, int position) {
+    return encodeNested(*seq.fields[static_cast<unsigned>(position)]);
+}
+
+// The map held by the value is written, after a decode the peer's, bits of unknown extensions
+// included (their octets are not kept, so they are not written).
+bool PEREncoder::preVisitExtensions(const SEQUENCE& seq) {
+    const unsigned n = seq.extensionMap_.size();
+    encodeSmallUnsigned(n - 1);
+    encodeBitMap(seq.extensionMap_.bytes(), n);
+    return true;
+}
+
+bool PEREncoder::visitKnownExtension(const SEQUENCE& seq, int position) {
+    return encodeAnyType(seq.fields[static_cast<unsigned>(position)]);
+}
+
+} // namespace ASN1

@@ -1,0 +1,58 @@
+// Entry points for decoding and encoding a whole message (aligned PER), from and to a raw buffer
+// or an OCTET STRING that carries a nested PDU (tunnelled H.245, fast start elements).
+#ifndef VOIPFILTER_ASN1_ASN_CODEC_H
+#define VOIPFILTER_ASN1_ASN_CODEC_H
+
+#include "asn1/PERDecoder.h"
+#include "asn1/PEREncoder.h"
+#include "asn1/asn1.h"
+
+#include <cstring>
+#include <vector>
+
+namespace ASN1 {
+
+// @return 1 decoded, -1 null data, -2 decode failure (value then holds a partial tree).
+template <class T> int ASNDecode(const unsigned char* data, unsigned length, T& value) {
+    if (data == nullptr)
+        return -1;
+    const char* begin = reinterpret_cast<const char*>(data);
+    PERDecoder decoder(begin, begin + length, nullptr, true);
+    return value.accept(decoder) ? 1 : -2;
+}
+
+// @return 1 encoded (*size set to the length), -1 null argument or a buffer shorter than the
+// encoding (buffer and *size untouched). A value that fails half-way is still copied out as far
+// as it was written.
+template <class T> int ASNEncode(T& value, unsigned char* buffer, unsigned* size) {
+    if (buffer == nullptr || size == nullptr)
+        return -1;
+    std::vector<char> octets;
+    PEREncoder encoder(octets, true);
+    value.accept(encoder);
+    if (octets.size() > *size)
+        return -1;
+    *size = static_cast<unsigned>(octets.size());
+    if (!octets.empty())
+        std::memcpy(buffer, octets.data(), octets.size());
+    return 1;
+}
+
+// As the raw form over the octets (so an empty string, having no data, gives -1).
+template <class T> int ASNDecode(const OCTET_STRING& octets, T& value) {
+    return ASNDecode(reinterpret_cast<const unsigned char*>(octets.data()),
+                     static_cast<unsigned>(octets.size()), value);
+}
+
+// Replaces the octets by the encoding of value. @return 1 always.
+template <class T> int ASNEncode(T& value, OCTET_STRING& octets) {
+    std::vector<char> encoded;
+    PEREncoder encoder(encoded, true);
+    value.accept(encoder);
+    static_cast<std::vector<char>&>(octets).swap(encoded);
+    return 1;
+}
+
+} // namespace ASN1
+
+#endif
