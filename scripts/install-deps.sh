@@ -8,7 +8,7 @@ profile=${1:-test}
 build_packages=(cmake ninja-build g++ pkg-config python3 libpcap-dev)
 test_packages=(libgtest-dev googletest clang-format
                g++-powerpc-linux-gnu qemu-user
-               tshark)
+               tshark clang-14 libclang-rt-14-dev)
 
 packages=("${build_packages[@]}")
 if [ "$profile" = test ]; then

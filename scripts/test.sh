@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs every test configuration on a fresh Debian machine:
 #   formatting, native Release, ASan+UBSan Debug, 32-bit big-endian PowerPC under qemu,
-#   and an installed-package consumer build.
+#   an installed-package consumer build, and a short run of every fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -73,6 +73,16 @@ if scripts/check-install.sh "$out/native" "$out/install-check"; then
 else
   status=1
   summary+=("install: 0 passed, 1 failed")
+  total_failed=$((total_failed + 1))
+fi
+
+echo "== Fuzzing: every libFuzzer target for a short, bounded time on its saved corpus"
+if scripts/fuzz.sh "${FUZZ_SECONDS:-10}"; then
+  summary+=("fuzz: 1 passed, 0 failed")
+  total_passed=$((total_passed + 1))
+else
+  status=1
+  summary+=("fuzz: 0 passed, 1 failed")
   total_failed=$((total_failed + 1))
 fi
 

@@ -43,6 +43,22 @@ int main(void) {
         puts("setloglevel did not return the level");
         ++failures;
     }
+    {
+        /* The SIP family from C: an opaque handle, null handling, a message passed unchanged. */
+        static const unsigned char options[] = "OPTIONS sip:x SIP/2.0\r\n\r\n";
+        unsigned char out[64];
+        unsigned int length = sizeof out;
+        SIPConnection* connection = sipxlate_create(NULL, &address, &address, &address, &address);
+        if (connection == NULL ||
+            sipxlate_udp_translate(connection, 1, options, sizeof options - 1, out, &length, 1) !=
+                0 ||
+            sipxlate_udp_translate(NULL, 1, options, sizeof options - 1, out, &length, 1) != -1 ||
+            sipxlate_udp_destroy(connection) != 0 || sipxlate_udp_destroy(NULL) != -1) {
+            puts("SIP family results differ");
+            ++failures;
+        }
+        sipxlate_destroy(connection);
+    }
     voipxlate_setfunction(VOIPXLATE_LOG, NULL);
     voipxlate_setloglevel(0);
     printf("%d failures\n", failures);

@@ -73,8 +73,8 @@ int H225TranslatorContext::TranslateFastStartOpenLogicalChannel(OpenLogicalChann
     if (olc.reverseLogicalChannelParameters_isPresent()) {
         element = ClassifyFastStartElement(olc);
     } else {
-        // A forward element is taken to use H.225.0 multiplexing, as H.323 8.1.7.1 requires of
-        // fast start; the accessor's selection check stops any other multiplex.
+        // A forward element is taken to carry H.225.0 multiplex parameters; the accessor's
+        // selection check stops an element of any other multiplex.
         auto& forward = olc.ref_forwardLogicalChannelParameters();
         element.parameters = &forward.ref_multiplexParameters().ref_h2250LogicalChannelParameters();
         element.dataType = &forward.get_dataType();
@@ -91,24 +91,11 @@ int H225TranslatorContext::TranslateFastStartOpenLogicalChannel(OpenLogicalChann
         return 0;
     }
 
-    const bool hasRTP = parameters.mediaChannel_isPresent();
-    const bool hasRTCP = parameters.mediaControlChannel_isPresent();
-    if (!hasRTP && !hasRTCP) {
+    sockaddr_type rtp, rtcp;
+    if (!ReadMediaAddresses(parameters, rtp, rtcp)) {
         VF_LOG(HostContext(), logsource::kH245, 3)
             << "H.245\toutgoing OLC for " << sessionID << " contains no addresses";
         return 0;
-    }
-    sockaddr_type rtp, rtcp;
-    if (hasRTP)
-        DecodeH245TransportAddress(parameters.get_mediaChannel(), rtp);
-    if (hasRTCP)
-        DecodeH245TransportAddress(parameters.get_mediaControlChannel(), rtcp);
-    if (!hasRTP) {
-        rtp = rtcp;
-        rtp.port = htons(static_cast<uint16_t>(ntohs(rtcp.port) - 1u));
-    } else if (!hasRTCP) {
-        rtcp = rtp;
-        rtcp.port = htons(static_cast<uint16_t>(ntohs(rtp.port) + 1u));
     }
 
     // Every proposal carries the caller's addresses, whichever way its media flows: the receive
@@ -118,11 +105,7 @@ int H225TranslatorContext::TranslateFastStartOpenLogicalChannel(OpenLogicalChann
     VF_LOG(HostContext(), logsource::kH245, 5)
         << "H.245\tfastStart reverse OLC for session " << sessionID << " translated from "
         << session->forwardRTP << " to " << session->forwardRTPTranslated;
-    if (hasRTP)
-        EncodeH245TransportAddress(session->forwardRTPTranslated, parameters.ref_mediaChannel());
-    if (hasRTCP)
-        EncodeH245TransportAddress(session->forwardRTCPTranslated,
-                                   parameters.ref_mediaControlChannel());
+    WriteMediaAddresses(parameters, session->forwardRTPTranslated, session->forwardRTCPTranslated);
     return 1;
 }
 
@@ -221,7 +204,7 @@ int H225TranslatorContext::TranslateFastStartReply(int pass, bool /*fromOriginat
 
     sockaddr_type rtp, rtcp;
     if (pass == 0) {
-        // The callee's forward channel names where the callee receives RTP (H.323 8.1.7.1); its
+        // The callee's forward channel names where the callee receives RTP; its
         // RTCP address is the caller's concern and is not read.
         if (!parameters->mediaChannel_isPresent()) {
             VF_LOG(HostContext(), logsource::kH245, 3)
@@ -230,7 +213,7 @@ int H225TranslatorContext::TranslateFastStartReply(int pass, bool /*fromOriginat
         }
         DecodeH245TransportAddress(parameters->get_mediaChannel(), rtp);
         rtcp = rtp;
-        rtcp.port = htons(static_cast<uint16_t>(ntohs(rtp.port) + 1u));
+        SetPort(rtcp, ntohs(rtp.port) + 1u);
     } else {
         if (!(session->flags & VOIPXLATE_SESSION_REVERSE_OPEN)) {
             VF_LOG(HostContext(), logsource::kH245, 3)
@@ -245,11 +228,7 @@ int H225TranslatorContext::TranslateFastStartReply(int pass, bool /*fromOriginat
     VF_LOG(HostContext(), logsource::kH245, 3)
         << "H.245\tfastStart reply for session " << sessionID << " translated from "
         << session->reverseRTP << " to " << session->reverseRTPTranslated;
-    if (parameters->mediaChannel_isPresent())
-        EncodeH245TransportAddress(session->reverseRTPTranslated, parameters->ref_mediaChannel());
-    if (parameters->mediaControlChannel_isPresent())
-        EncodeH245TransportAddress(session->reverseRTCPTranslated,
-                                   parameters->ref_mediaControlChannel());
+    WriteMediaAddresses(*parameters, session->reverseRTPTranslated, session->reverseRTCPTranslated);
     return 1;
 }
 
@@ -278,11 +257,7 @@ int H225TranslatorContext::RetranslateFastStartReply(int pass, bool /*fromOrigin
     VF_LOG(HostContext(), logsource::kH245, 3)
         << "H.245\tfastStart reply for session " << sessionID << " translated from "
         << session->reverseRTP << " to " << session->reverseRTPTranslated;
-    if (parameters->mediaChannel_isPresent())
-        EncodeH245TransportAddress(session->reverseRTPTranslated, parameters->ref_mediaChannel());
-    if (parameters->mediaControlChannel_isPresent())
-        EncodeH245TransportAddress(session->reverseRTCPTranslated,
-                                   parameters->ref_mediaControlChannel());
+    WriteMediaAddresses(*parameters, session->reverseRTPTranslated, session->reverseRTCPTranslated);
     return 1;
 }
 

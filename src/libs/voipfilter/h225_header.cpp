@@ -17,7 +17,7 @@ struct UserUserPayload {
     unsigned int length = 0;
 };
 
-// Walks the information elements up to the first user-user element (Q.931 4.5, H.225.0 7.2.2.1).
+// Walks the information elements up to the first user-user element (Q.931 4.5).
 // @return 1 found, 0 no user-user element, -1 a malformed frame.
 int FindUserUser(const unsigned char* pdu, unsigned int length, UserUserPayload& found) {
     if (pdu == nullptr || length < 5 || pdu[1] != 2)
@@ -140,16 +140,17 @@ int H225TranslatorContext::setHeaderStringH225(const unsigned char* pdu, unsigne
     } else if (body.progress_isSelected()) {
         endpoint = &body.ref_progress().ref_destinationInfo();
     } else if (body.facility_isSelected()) {
+        // FACILITY's destinationInfo is optional.
         Facility_UUIE& facility = body.ref_facility();
-        // FACILITY's destinationInfo is optional; without a vendor there is nothing to replace.
-        if (facility.destinationInfo_isPresent() &&
-            facility.ref_destinationInfo().vendor_isPresent())
-            setVendor(facility.ref_destinationInfo().ref_vendor(), value);
+        if (facility.destinationInfo_isPresent())
+            endpoint = &facility.ref_destinationInfo();
     } else {
         VF_LOG_NOEOL(HostContext(), logsource::kH225, 5)
             << "H.225\tNon H.225 Message type not parsed\n";
     }
-    if (endpoint != nullptr)
+    // An endpoint that announces no vendor identity has none to hide: the message is re-encoded
+    // as it is (endpoints often leave it out, so this is ordinary traffic, not an error).
+    if (endpoint != nullptr && endpoint->vendor_isPresent())
         setVendor(endpoint->ref_vendor(), value);
 
     unsigned int encoded = *outLength - payload.offset;

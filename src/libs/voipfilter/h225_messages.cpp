@@ -1,6 +1,6 @@
-// Translation of the individual H.225.0 call signalling messages (H.225.0 7.3-7.4): the call
-// signalling addresses of SETUP, separate H.245 channels announced in h245Address, tunnelled
-// H.245 (H.323 8.2.1) and the hand-over to fast start.
+// Translation of the individual H.225.0 call signalling messages (H.225.0 user-user information):
+// the call signalling addresses of SETUP, separate H.245 channels announced in h245Address,
+// tunnelled H.245 (H.323 8.2.1) and the hand-over to fast start.
 #include "h225_xlate.h"
 
 #include "sockaddr.h"
@@ -99,7 +99,7 @@ int H225TranslatorContext::TranslateSetup(bool fromOriginator, H323_UU_PDU& pdu)
         }
     }
 
-    // parallelH245Control (H.323 8.1.7.3) would start H.245 procedures alongside fast start
+    // parallelH245Control would start H.245 procedures alongside fast start
     // that this translator cannot follow. Removing it does not by itself make the PDU count as
     // changed: it is dropped only when the PDU is re-encoded for another reason.
     if (setup.parallelH245Control_isPresent()) {
@@ -202,8 +202,8 @@ int H225TranslatorContext::TranslateEmpty(bool fromOriginator, H323_UU_PDU& pdu)
             << "H.225\tINFORMATION received when in Idle state";
         return -1;
     }
-    // An EMPTY body only carries tunnelled H.245 (H.225.0 7.4), which is how an endpoint sends
-    // the empty capability set of a third-party pause (H.323 8.4.6). The host is told of every
+    // An EMPTY body only carries tunnelled H.245, which is how an endpoint sends
+    // the empty capability set of a third-party pause. The host is told of every
     // EMPTY message and decides for itself.
     auto onHold =
         VoIPTranslator::Current().Callback<voipxlate_call_on_hold_function>(VOIPXLATE_CALL_ON_HOLD);
@@ -216,7 +216,7 @@ int H225TranslatorContext::TranslateEmpty(bool fromOriginator, H323_UU_PDU& pdu)
 }
 
 int H225TranslatorContext::CheckH245(bool fromOriginator, H323_UU_PDU& pdu, int previous) {
-    // H.225.0 7.4: h245Tunnelling must be set in every message while tunnelling is in use;
+    // H.323 8.2.1: h245Tunnelling must be set in every message while tunnelling is in use;
     // once a message goes without it, tunnelling is off for the rest of the call.
     if (!(setupFlags_ & setupflag::kTunnellingOff) &&
         (!pdu.h245Tunneling_isPresent() || !static_cast<bool>(pdu.get_h245Tunneling()))) {

@@ -1,4 +1,4 @@
-// H.225.0 call signalling: Q.931 framing (Q.931 4.2-4.5, H.225.0 7.2), the call context and the
+// H.225.0 call signalling: Q.931 framing (Q.931 4), the call context and the
 // message dispatch, and the C entry points of the H.225 call family.
 #include "h225_xlate.h"
 
@@ -14,7 +14,7 @@ namespace {
 
 // Q.931 4.5.1: an identifier with bit 8 set is a single-octet information element.
 constexpr unsigned char kSingleOctetElement = 0x80;
-// H.225.0 7.2.2.1: the user-user element, with a two-octet length (unlike Q.931's one octet).
+// The user-user element, as H.225.0 uses it, has a two-octet length (unlike Q.931's one octet).
 constexpr unsigned char kUserUserElement = 0x7E;
 constexpr unsigned int kQ931HeaderSize = 5; // discriminator, call reference (2), message type
 constexpr unsigned int kUserUserHeaderSize = 4;
@@ -104,8 +104,9 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     modified_ = false;
     VF_LOG(HostContext(), logsource::kH225, 5) << "H.225\t Decoding the PDU ";
 
-    // Whatever happens below, a failed decode must not leave a half-filled message for a later
-    // translate call to act on.
+    // The PER decoder fills a value in place and keeps what an encoding does not mention (the
+    // extension presence bits, an alternative already created), so every PDU starts from a
+    // fresh value.
     userInformation_ = H323_MESSAGES::H323_UserInformation();
 
     if (pdu == nullptr || length < kQ931HeaderSize)
@@ -157,6 +158,7 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     if (payload == nullptr || payloadLength == 0)
         return -1;
     const int result = ASN1::ASNDecode(payload, payloadLength, userInformation_);
+    // A failed decode leaves no half-filled message for a later translate call to act on.
     if (result != 1)
         userInformation_ = H323_MESSAGES::H323_UserInformation();
     return result;
@@ -209,7 +211,7 @@ struct MessageRow {
     MessageTranslation translate;
 };
 
-// Which leg may send what (H.225.0 7.3, 8.1): SETUP only from the caller, its answers only from
+// Which leg may send what: SETUP only from the caller, its answers only from
 // the callee, the rest from either side.
 const MessageRow kMessageRows[] = {
     {0, "SETUP", true, false, &H225TranslatorContext::TranslateSetup},

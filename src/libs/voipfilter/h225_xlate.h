@@ -141,7 +141,7 @@ private:
     std::string headerString_; // the text the last getHeaderStringH225 returned
 };
 
-// The fast start answer in CALL PROCEEDING, PROGRESS, ALERTING or CONNECT (H.323 8.1.7.1):
+// The fast start answer in CALL PROCEEDING, PROGRESS, ALERTING or CONNECT (H.323 8.1.7):
 // fastConnectRefused, or the accepted channels. Folds the outcome into result.
 template <class UUIE>
 int CheckFastStartReply(H225TranslatorContext& call, bool fromOriginator, UUIE& body, int result);

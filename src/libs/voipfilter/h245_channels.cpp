@@ -1,4 +1,4 @@
-// Logical channels (H.245 8.4) and the media sessions behind them: the RTP and RTCP addresses of
+// Logical channels and the media sessions behind them: the RTP and RTCP addresses of
 // OpenLogicalChannel and OpenLogicalChannelAck (H.225.0 H2250LogicalChannel(Ack)Parameters), the
 // host's media channels, and T.120 separate-stack addresses.
 #include "h245_xlate.h"
@@ -64,42 +64,6 @@ bool EncodeH245TransportAddress(const sockaddr_type& in, TransportAddress& out) 
 }
 
 namespace {
-
-void SetPort(sockaddr_type& address, unsigned port) {
-    address.port = htons(static_cast<uint16_t>(port));
-}
-
-// RTP and RTCP of a channel (H.225.0 6.2.8.1). A missing one is derived from the other: RTP on
-// an even port with RTCP on the next one (RFC 3550 11).
-template <class Parameters>
-bool ReadMediaAddresses(const Parameters& parameters, sockaddr_type& rtp, sockaddr_type& rtcp) {
-    const bool hasRTP = parameters.mediaChannel_isPresent();
-    const bool hasRTCP = parameters.mediaControlChannel_isPresent();
-    if (!hasRTP && !hasRTCP)
-        return false;
-    if (hasRTP)
-        DecodeH245TransportAddress(parameters.get_mediaChannel(), rtp);
-    if (hasRTCP)
-        DecodeH245TransportAddress(parameters.get_mediaControlChannel(), rtcp);
-    if (!hasRTP) {
-        rtp = rtcp;
-        SetPort(rtp, ntohs(rtcp.port) - 1u);
-    } else if (!hasRTCP) {
-        rtcp = rtp;
-        SetPort(rtcp, ntohs(rtp.port) + 1u);
-    }
-    return true;
-}
-
-// Overwrites the addresses the message carries; an absent one is not added.
-template <class Parameters>
-void WriteMediaAddresses(Parameters& parameters, const sockaddr_type& rtp,
-                         const sockaddr_type& rtcp) {
-    if (parameters.mediaChannel_isPresent())
-        EncodeH245TransportAddress(rtp, parameters.ref_mediaChannel());
-    if (parameters.mediaControlChannel_isPresent())
-        EncodeH245TransportAddress(rtcp, parameters.ref_mediaControlChannel());
-}
 
 const char* Direction(bool fromOriginator) {
     return fromOriginator ? "forward" : "reverse";
@@ -196,7 +160,7 @@ int H225TranslatorContext::TranslateOpenLogicalChannel(bool fromOriginator,
     auto& forward = olc.ref_forwardLogicalChannelParameters();
     const DataType& dataType = forward.get_dataType();
 
-    // T.120 (H.323 6.2.7) runs on its own TCP connection, announced in separateStack.
+    // T.120 runs on its own TCP connection, announced in separateStack.
     if (dataType.data_isSelected() && dataType.get_data().get_application().t120_isSelected() &&
         olc.separateStack_isPresent() && IsLocalAreaAddress(olc.ref_separateStack()))
         return TranslateT120Address(fromOriginator, olc.ref_separateStack(),

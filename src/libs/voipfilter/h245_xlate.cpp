@@ -144,7 +144,7 @@ int H225TranslatorContext::TranslateH245(bool fromOriginator,
         if (request.terminalCapabilitySet_isSelected()) {
             result = TranslateTerminalCapabilitySet(request.ref_terminalCapabilitySet());
         } else if (request.openLogicalChannel_isSelected()) {
-            // H.323 8.1.7.1: a callee that opens channels with H.245 before CONNECT has turned
+            // H.323 8.1.7: a callee that opens channels with H.245 before CONNECT has turned
             // the fast start offer down.
             if (callInfo_.state != VOIPXLATE_H225_CONNECTED && !fromOriginator &&
                 (setupFlags_ & setupflag::kFastStartOffered))
@@ -254,7 +254,7 @@ int H225TranslatorContext::TranslateTerminalCapabilitySet(TerminalCapabilitySet&
     if (table.size() == received.size())
         return 0;
 
-    // H.245 7.2.2.2: every alternative set names table entries; a removed entry leaves every
+    // Every alternative set names table entries; a removed entry leaves every
     // set it was in, and a set or descriptor left empty goes too. Numbers are not reassigned.
     const auto& receivedDescriptors = tcs.get_capabilityDescriptors();
     for (unsigned d = 0; d < receivedDescriptors.size(); ++d) {

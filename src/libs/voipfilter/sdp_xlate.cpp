@@ -40,10 +40,26 @@ uint32_t MediaKindOf(const std::string& media) {
     return VOIPXLATE_MEDIA_UNKNOWN;
 }
 
+// Appends the address text without port: dotted quad for IPv4, the common text form otherwise.
+void AppendAddress(std::string& text, const sockaddr_type& address) {
+    if (address.family != VOIPXLATE_FAMILY_IPV4) {
+        std::ostringstream other;
+        iponly_to_strm(other, address);
+        text += other.str();
+        return;
+    }
+    for (int i = 0; i < 4; ++i) {
+        if (i != 0)
+            text += '.';
+        text += std::to_string(address.addr[i]);
+    }
+}
+
 } // namespace
 
 bool ParseConnectionLine(sockaddr_type& address, const std::string& cLine) {
     std::vector<std::string> tokens;
+    tokens.reserve(4);
     return Tokenise<IsWhiteSpace>(tokens, cLine, 2) > 2 && tokens[0] == "IN" &&
            tokens[1] == "IP4" && string_to_sockaddr_type(address, tokens[2]);
 }
@@ -72,14 +88,19 @@ bool DialogInfo::GetEntityBodyAsSDP(const SIPMIMEType& headers, const char* body
 
     SIPLineParser lines;
     lines.Start(body, bodyLength);
-    std::string line;
-    while (lines.GetLine(line)) {
-        TrimSpaces(line);
-        if (line.empty()) {
+    const char* line = nullptr;
+    unsigned length = 0;
+    while (lines.GetLine(&line, &length)) {
+        unsigned first = 0;
+        while (first < length && line[first] == ' ')
+            ++first;
+        while (length > first && line[length - 1] == ' ')
+            --length;
+        if (first == length) {
             VF_LOG(hostContext, logsource::kSIP, 3) << "SIP  ignoring empty line in SDP body";
             continue;
         }
-        sdpLines.push_back(line);
+        sdpLines.emplace_back(line + first, length - first);
     }
     rtpMap.clear();
     return true;
@@ -156,7 +177,8 @@ int DialogInfo::TraverseSDP(SIPConnection& connection, bool fromSrc, bool isForw
 int DialogInfo::Handle_M_Line(SIPConnection& connection, bool /*fromSrc*/, bool isForward, int pass,
                               const std::string& mLine, const std::string& cLine, int option) {
     // m=<media> <port> <proto> <fmt> ...
-    std::vector<std::string> tokens;
+    std::vector<std::string>& tokens = tokens_;
+    tokens.clear();
     if (Tokenise<IsWhiteSpace>(tokens, mLine, 2) <= 2) {
         VF_LOG(hostContext, logsource::kSIP, 2) << "SIP  Ignoring SDP m= line < 4 tokens";
         Copy(pass, mLine);
@@ -267,14 +289,18 @@ int DialogInfo::Handle_M_Line(SIPConnection& connection, bool /*fromSrc*/, bool 
         << (isForward ? "SIP  INVITE media for session " : "SIP  INVITE reply media for session ")
         << port << " translated from " << received << " to " << translated;
 
-    std::ostringstream lines;
-    lines << "m=" << tokens[0] << ' ' << ntohs(translated.port)
-          << (isMessage ? " TCP/MSRP" : " RTP/AVP");
-    for (std::size_t i = 3; i < tokens.size(); ++i)
-        lines << ' ' << tokens[i];
-    lines << "\r\nc=IN IP4 ";
-    iponly_to_strm(lines, translated) << "\r\n";
-    sdpBody += lines.str();
+    sdpBody += "m=";
+    sdpBody += tokens[0];
+    sdpBody += ' ';
+    sdpBody += std::to_string(ntohs(translated.port));
+    sdpBody += isMessage ? " TCP/MSRP" : " RTP/AVP";
+    for (std::size_t i = 3; i < tokens.size(); ++i) {
+        sdpBody += ' ';
+        sdpBody += tokens[i];
+    }
+    sdpBody += "\r\nc=IN IP4 ";
+    AppendAddress(sdpBody, translated);
+    sdpBody += "\r\n";
     return 1;
 }
 
@@ -369,20 +395,40 @@ int DialogInfo::Handle_A_Line(int pass, const std::string& aLine) {
         }
     }
 
-    // a=rtpmap:<payload type> <encoding name>/<clock rate>[/<parameters>]
-    std::vector<std::string> tokens;
-    if (Tokenise<IsWhiteSpace>(tokens, aLine, 2) == 0) {
+    // a=rtpmap:<payload type> <encoding name>/<clock rate>[/<parameters>]. Only rtpmap lines need
+    // tokens; the first token alone tells the others apart.
+    const IsWhiteSpace isSpace;
+    std::size_t first = 2;
+    while (first < aLine.size() && isSpace(aLine[first]))
+        ++first;
+    if (first >= aLine.size()) {
         VF_LOG(hostContext, logsource::kSIP, 2) << "SIP  Ignoring SDP a= line < 1 token";
         Copy(pass, aLine);
         return 0;
     }
-    const std::string::size_type colon = tokens[0].find(':');
-    if (colon == std::string::npos || tokens[0].compare(0, colon, "rtpmap") != 0 ||
-        tokens.size() < 2) {
+    std::size_t last = first;
+    while (last < aLine.size() && !isSpace(aLine[last]))
+        ++last;
+    const std::size_t colon = aLine.find(':', first);
+    if (colon >= last || aLine.compare(first, colon - first, "rtpmap") != 0) {
         Copy(pass, aLine);
         return 0;
     }
-    const uint32_t payload = static_cast<uint32_t>(DecimalValue(tokens[0].c_str() + colon + 1));
+    std::size_t second = last;
+    while (second < aLine.size() && isSpace(aLine[second]))
+        ++second;
+    if (second >= aLine.size()) {
+        Copy(pass, aLine); // no encoding name
+        return 0;
+    }
+    std::size_t secondEnd = second;
+    while (secondEnd < aLine.size() && !isSpace(aLine[secondEnd]))
+        ++secondEnd;
+
+    // The payload type is read in place: DecimalValue stops at the white space after it. An empty
+    // one ("rtpmap:" alone) reads as 0.
+    const uint32_t payload =
+        colon + 1 == last ? 0u : static_cast<uint32_t>(DecimalValue(aLine.c_str() + colon + 1));
     const uint32_t port = static_cast<uint32_t>(lastMediaPort);
     auto codecs = rtpMap.find(port);
     if (codecs == rtpMap.end()) {
@@ -390,10 +436,10 @@ int DialogInfo::Handle_A_Line(int pass, const std::string& aLine) {
         codecs = rtpMap.emplace(port, std::vector<uint32_t>()).first;
     }
     if (pass == 1) {
-        const std::string::size_type slash = tokens[1].find('/');
-        if (slash == std::string::npos)
+        const std::string::size_type slash = aLine.find('/', second);
+        if (slash >= secondEnd)
             return 0;
-        const std::string name = tokens[1].substr(0, slash);
+        const std::string name = aLine.substr(second, slash - second);
         // Without the host's veto function no codec is known to be acceptable.
         const auto allow = VoIPTranslator::Current().Callback<voipxlate_allow_codec_function>(
             VOIPXLATE_ALLOW_CODEC);
@@ -427,7 +473,8 @@ int DialogInfo::Handle_O_Line(SIPConnection& connection, bool fromSrc, bool isFo
         Copy(2, oLine);
         return 0;
     }
-    std::vector<std::string> tokens;
+    std::vector<std::string>& tokens = tokens_;
+    tokens.clear();
     const unsigned count = Tokenise<IsWhiteSpace>(tokens, oLine, 0);
     if (count != 6) {
         VF_LOG(hostContext, logsource::kSIP, 3)
@@ -435,11 +482,12 @@ int DialogInfo::Handle_O_Line(SIPConnection& connection, bool fromSrc, bool isFo
         Copy(2, oLine);
         return 0;
     }
-    std::ostringstream line;
-    for (int i = 0; i < 5; ++i)
-        line << tokens[i] << ' ';
-    iponly_to_strm(line, *replacement) << "\r\n";
-    sdpBody += line.str();
+    for (int i = 0; i < 5; ++i) {
+        sdpBody += tokens[i];
+        sdpBody += ' ';
+    }
+    AppendAddress(sdpBody, *replacement);
+    sdpBody += "\r\n";
     return 1;
 }
 

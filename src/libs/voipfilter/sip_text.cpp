@@ -2,7 +2,6 @@
 
 #include <strings.h>
 
-#include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <ostream>
@@ -10,22 +9,20 @@
 bool SIPLineParser::GetLine(const char** line, unsigned* lineLength) {
     if (cur_ >= end_)
         return false;
-    *line = cur_;
-    *lineLength = 0;
-    while (cur_ < end_) {
-        const char c = *cur_++;
-        if (c == '\n' || c == '\0')
-            return true;
-        if (c == '\r') {
-            // CR LF is one terminator, a lone CR ends the line too. The look-ahead stays inside
-            // the buffer: a CR as its very last byte is simply the last terminator.
-            if (cur_ < end_ && *cur_ == '\n')
-                ++cur_;
-            return true;
-        }
-        ++*lineLength;
+    const char* const first = cur_;
+    const char* p = cur_;
+    while (p < end_ && *p != '\n' && *p != '\r' && *p != '\0')
+        ++p;
+    *line = first;
+    *lineLength = static_cast<unsigned>(p - first);
+    if (p < end_) {
+        // CR LF is one terminator, a lone CR ends the line too. The look-ahead stays inside
+        // the buffer: a CR as its very last byte is simply the last terminator.
+        if (*p++ == '\r' && p < end_ && *p == '\n')
+            ++p;
     }
-    return true; // last line without terminator
+    cur_ = p; // at end_ for a last line without terminator
+    return true;
 }
 
 bool SIPLineParser::GetLine(std::string& line) {
@@ -44,55 +41,77 @@ bool SIPMIMEType::IsField(const SIPMIMEEntry& entry, const std::string& name, ch
 }
 
 SIPMIMEType::iterator SIPMIMEType::GetField(const std::string& name, char compact) {
-    for (iterator it = entries_.begin(); it != entries_.end(); ++it)
+    for (iterator it = begin(); it != end(); ++it)
         if (IsField(*it, name, compact))
             return it;
-    return entries_.end();
+    return end();
 }
 
 SIPMIMEType::const_iterator SIPMIMEType::GetField(const std::string& name, char compact) const {
-    for (const_iterator it = entries_.begin(); it != entries_.end(); ++it)
+    for (const_iterator it = begin(); it != end(); ++it)
         if (IsField(*it, name, compact))
             return it;
-    return entries_.end();
+    return end();
 }
 
 void SIPMIMEType::SetField(const std::string& name, char compact, const std::string& value) {
     const iterator it = GetField(name, compact);
-    if (it != entries_.end()) {
+    if (it != end()) {
         it->value = value;
         return;
     }
+    SIPMIMEEntry& entry = Append();
     if (compact != 0)
-        entries_.emplace_back(std::string(1, compact), value);
+        entry.name.assign(1, compact);
+    else if (!name.empty())
+        entry.name.assign(name, 1, std::string::npos);
     else
-        entries_.emplace_back(name.empty() ? std::string() : name.substr(1), value);
+        entry.name.clear();
+    entry.value = value;
 }
 
 void SIPMIMEType::SetField(const std::string& name, char compact, unsigned value) {
     SetField(name, compact, std::to_string(value));
 }
 
+SIPMIMEEntry& SIPMIMEType::Append() {
+    // Entries beyond used_ keep their string buffers from earlier messages.
+    if (used_ == entries_.size())
+        entries_.emplace_back();
+    return entries_[used_++];
+}
+
+namespace {
+
+// Assigns text without its leading and trailing spaces.
+void AssignTrimmed(std::string& target, const char* text, std::size_t length) {
+    std::size_t first = 0;
+    while (first < length && text[first] == ' ')
+        ++first;
+    while (length > first && text[length - 1] == ' ')
+        --length;
+    target.assign(text + first, length - first);
+}
+
+} // namespace
+
 void SIPMIMEType::Add(const char* name, std::size_t nameLength, const char* value,
                       std::size_t valueLength) {
-    entries_.emplace_back();
-    SIPMIMEEntry& entry = entries_.back();
-    entry.name.assign(name, nameLength);
-    entry.value.assign(value, valueLength);
-    TrimSpaces(entry.name);
-    TrimSpaces(entry.value);
+    SIPMIMEEntry& entry = Append();
+    AssignTrimmed(entry.name, name, nameLength);
+    AssignTrimmed(entry.value, value, valueLength);
 }
 
 std::size_t SIPMIMEType::OutputLength() const {
     std::size_t length = 2; // the empty line
-    for (const SIPMIMEEntry& entry : entries_)
+    for (const SIPMIMEEntry& entry : *this)
         length += entry.name.size() + 1 + entry.value.size() + 2;
     return length;
 }
 
 void SIPMIMEType::AppendTo(std::string& text) const {
     // No blank after the colon: RFC 3261 section 7.3.1 allows none, and it saves bytes.
-    for (const SIPMIMEEntry& entry : entries_) {
+    for (const SIPMIMEEntry& entry : *this) {
         text += entry.name;
         text += ':';
         text += entry.value;
@@ -144,10 +163,6 @@ std::string ExtractBranch(const std::string& value) {
     if (pos == std::string::npos)
         return std::string();
     return value.substr(pos + 7);
-}
-
-bool IsWhiteSpace::operator()(char c) const {
-    return c == '\0' || std::isspace(static_cast<unsigned char>(c)) != 0;
 }
 
 int DecimalValue(const char* text) {

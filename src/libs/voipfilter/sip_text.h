@@ -8,6 +8,7 @@
 
 #include <voipfilter/voipfilter.h>
 
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <utility>
@@ -74,14 +75,15 @@ public:
     void SetField(const std::string& name, char compact, const std::string& value);
     void SetField(const std::string& name, char compact, unsigned value);
 
+    // Appends an entry with name and value trimmed of spaces.
     void Add(const char* name, std::size_t nameLength, const char* value, std::size_t valueLength);
-    void Clear() { entries_.clear(); }
+    void Clear() { used_ = 0; }
 
     iterator begin() { return entries_.begin(); }
-    iterator end() { return entries_.end(); }
+    iterator end() { return entries_.begin() + static_cast<std::ptrdiff_t>(used_); }
     const_iterator begin() const { return entries_.begin(); }
-    const_iterator end() const { return entries_.end(); }
-    std::size_t size() const { return entries_.size(); }
+    const_iterator end() const { return entries_.begin() + static_cast<std::ptrdiff_t>(used_); }
+    std::size_t size() const { return used_; }
 
     // Appends "name:value\r\n" for every entry and the empty line that ends the block.
     void AppendTo(std::string& text) const;
@@ -89,7 +91,12 @@ public:
     std::size_t OutputLength() const;
 
 private:
+    SIPMIMEEntry& Append();
+
+    // The list is entries_[0, used_). A translator reuses one list for every datagram, so the
+    // entries past used_ are kept with their buffers instead of being freed and allocated again.
     std::vector<SIPMIMEEntry> entries_;
+    std::size_t used_ = 0;
 };
 
 std::ostream& operator<<(std::ostream& os, const SIPMIMEType& headers);
@@ -107,9 +114,10 @@ std::string ExtractTag(const std::string& value);
 // Everything after the first "branch=", or "".
 std::string ExtractBranch(const std::string& value);
 
-// Separator predicate for Tokenise: NUL and the C locale's white space.
+// Separator predicate for Tokenise: NUL and the white space of the C locale (space, tab, LF, VT,
+// FF, CR), independent of the locale the host process runs in.
 struct IsWhiteSpace {
-    bool operator()(char c) const;
+    bool operator()(char c) const { return c == ' ' || c == '\0' || (c >= '\t' && c <= '\r'); }
 };
 
 // Decimal number in the manner of atoi (leading blanks, optional sign, digits), but with values

@@ -24,8 +24,10 @@ void CutAt(std::string& text, char c) {
 
 } // namespace
 
-SIPTranslator::DialogInfo::DialogInfo(std::string id, const std::string& tag)
-    : dialogId(std::move(id)), callInformation(), fromTag(tag) {}
+SIPTranslator::DialogInfo::DialogInfo(std::string id, const std::string& tag, SdpScratch& scratch)
+    : dialogId(std::move(id)), callInformation(), fromTag(tag), sdpLines(scratch.lines),
+      sessionConnectionLine(scratch.sessionConnectionLine), sdpBody(scratch.body),
+      tokens_(scratch.tokens) {}
 
 SIPTranslator::~SIPTranslator() {
     while (!dialogs_.empty())
@@ -40,7 +42,8 @@ SIPTranslator& SIPTranslator::Instance() {
 }
 
 SIPTranslator::DialogInfo* SIPTranslator::CreateDialog(void* context, const std::string& fromTag) {
-    DialogInfo* dialog = new DialogInfo("z9hG4bK" + std::to_string(dialogCounter_++), fromTag);
+    DialogInfo* dialog =
+        new DialogInfo("z9hG4bK" + std::to_string(dialogCounter_++), fromTag, sdp_);
     VF_LOG(context, logsource::kSIP, 4) << "created dialog @" << static_cast<void*>(dialog);
     return dialog;
 }

@@ -26,6 +26,34 @@ struct SIPConnection {
     uint32_t lastMediaPort;              // port of the last SDP m= line handled, or kNoMediaPort
 };
 
+// Lines of an SDP body. Kept by the translator and lent to the dialog being translated, so that
+// the strings' buffers serve message after message instead of being allocated for each dialog.
+class SdpLines {
+public:
+    void clear() { used_ = 0; }
+    void emplace_back(const char* text, std::size_t length) {
+        if (used_ == lines_.size())
+            lines_.emplace_back();
+        lines_[used_++].assign(text, length);
+    }
+    std::size_t size() const { return used_; }
+    bool empty() const { return used_ == 0; }
+    const std::string& operator[](std::size_t i) const { return lines_[i]; }
+
+private:
+    std::vector<std::string> lines_;
+    std::size_t used_ = 0;
+};
+
+// Working texts of one SDP translation. A dialog uses them only while one of its messages is
+// being translated, so a single set serves every dialog.
+struct SdpScratch {
+    SdpLines lines;
+    std::string sessionConnectionLine;
+    std::string body;
+    std::vector<std::string> tokens;
+};
+
 class SIPTranslator {
 public:
     // lastMediaPort of a connection that has not carried a handled m= line: no port has it.
@@ -71,12 +99,13 @@ private:
     // Scratch reused from datagram to datagram, so that steady traffic does not reallocate it.
     SIPMIMEType headers_;
     std::vector<std::string> tokens_;
+    SdpScratch sdp_;
 };
 
 // One SIP dialog (RFC 3261 section 12) with the media sessions its offers and answers opened.
 class SIPTranslator::DialogInfo {
 public:
-    DialogInfo(std::string id, const std::string& tag);
+    DialogInfo(std::string id, const std::string& tag, SdpScratch& scratch);
     DialogInfo(const DialogInfo&) = delete;
     DialogInfo& operator=(const DialogInfo&) = delete;
 
@@ -126,9 +155,11 @@ public:
     bool firstInviteResponse = true;
     bool finished = false;
     void* hostContext = nullptr;
-    std::vector<std::string> sdpLines;
-    std::string sessionConnectionLine;
-    std::string sdpBody;
+    // The body being translated, its session-level c= line and the rewritten body; valid while a
+    // message of this dialog is translated.
+    SdpLines& sdpLines;
+    std::string& sessionConnectionLine;
+    std::string& sdpBody;
     // Port of the last m= line parsed; -1 (no port) until one is.
     int32_t lastMediaPort = -1;
     std::map<uint32_t, std::vector<uint32_t>> rtpMap;
@@ -148,6 +179,7 @@ private:
 
     std::string_view receivedBody_;
     bool emitSdpBody_ = false;
+    std::vector<std::string>& tokens_; // scratch of the line handlers
 };
 
 // Reads "c=IN IP4 a.b.c.d" into address; false for any other network or address type.

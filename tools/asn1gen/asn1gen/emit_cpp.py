@@ -5,12 +5,12 @@ Layout of a module `m`:
              instance declarations; includes the accessor groups, whose definitions are inline
   g.inl      one per accessor group of the side file: inline accessors of the group's classes
   m.inl      accessors of every other class, defined out of line; compiled once, by m.cpp
-  m.cpp      m.inl, codec instances and the first part of the descriptors
-  m_N.cpp    further parts of the descriptors (N = 2..split)
+  m.cpp      m.inl and the codec instances (and the descriptors when split is 1)
+  m_N.cpp    the descriptors, in split - 1 parts (N = 2..split)
 Accessor definitions live in .inl files so that the assertion messages name them.
 """
 
-from .resolve import EXTENDABLE_CONSTRAINT, FIXED_CONSTRAINT, STRING_KINDS, UNCONSTRAINED
+from .resolve import CANONICAL_SETS, STRING_KINDS, UNCONSTRAINED, cpp_identifier
 
 GENERATOR = 'tools/asn1gen'
 
@@ -33,11 +33,13 @@ namespace {namespace} {{
 SOURCE_TEMPLATE = '''\
 {banner}
 #include "modules/{output}.h"
-{extra_includes}
+{extra_includes}{body}{codecs}'''
+
+NAMESPACE_TEMPLATE = '''
 namespace {namespace} {{
 
 {body}}} // namespace {namespace}
-{codecs}'''
+'''
 
 CLASS_TEMPLATE = '''\
 // {asn1_name}
@@ -194,7 +196,6 @@ class ModuleEmitter:
 
     @staticmethod
     def enumerator(name):
-        from .resolve import cpp_identifier
         return cpp_identifier(name)
 
     @staticmethod
@@ -366,13 +367,17 @@ class ModuleEmitter:
     def sources(self):
         plain = [c for c in self.classes if c.kind != 'TYPEDEF' and not c.template_params]
         parts = max(1, self.mconfig.split)
-        # Contiguous slices of about equal descriptor weight (fields count most).
+        # With more than one part, the first holds only the out-of-line accessors (the heaviest
+        # to compile) and the codec instances; the descriptors are spread over the others in
+        # contiguous slices of about equal weight (fields count most).
+        first_part = 0 if parts == 1 else 1
         weights = [1 + len(c.fields) for c in plain]
         total = sum(weights)
         slices = [[] for _ in range(parts)]
         running = 0
         for c, w in zip(plain, weights):
-            index = min(parts - 1, running * parts // max(1, total))
+            index = first_part + min(parts - first_part - 1,
+                                     running * (parts - first_part) // max(1, total))
             slices[index].append(c)
             running += w
         texts = []
@@ -385,7 +390,8 @@ class ModuleEmitter:
                         '#include "modules/%s.inl"\n' % self.mconfig.output
             texts.append(SOURCE_TEMPLATE.format(
                 banner=self.banner, output=self.mconfig.output, namespace=self.ns,
-                extra_includes=extra, body=body,
+                extra_includes=extra,
+                body=NAMESPACE_TEMPLATE.format(namespace=self.ns, body=body) if body else '',
                 codecs=self.codec_definitions() if first else ''))
         return texts
 
@@ -459,7 +465,6 @@ class ModuleEmitter:
 
     @staticmethod
     def kind_charset(c):
-        from .resolve import CANONICAL_SETS
         return CANONICAL_SETS[c.kind]
 
 
@@ -473,5 +478,3 @@ def emit(models, config, inputs_by_module):
         files.update(emitter.files())
     return files
 
-
-__all__ = ['emit', 'ModuleEmitter', 'FIXED_CONSTRAINT', 'EXTENDABLE_CONSTRAINT']

@@ -7,9 +7,6 @@ without changing their shape, and the emitters read them.
 from dataclasses import dataclass, field
 from typing import List, Optional, Tuple
 
-UNBOUNDED = None  # an absent bound (MIN/MAX or no constraint)
-
-
 @dataclass
 class ValueRange:
     """A value range or single value constraint: INTEGER (lo..hi, ...)."""

@@ -240,7 +240,7 @@ class Parser:
                 if ellipses > 2:
                     self.error('more than two extension markers')
                 if self.accept('!'):  # exception specification, no PER effect
-                    self.parse_exception_spec()
+                    self.parse_exception_specification()
                 target = extensions if ellipses == 1 else after
             elif self.at('[['):
                 if target is not extensions:
@@ -253,7 +253,7 @@ class Parser:
             self.expect(',')
         return root, extensions, ellipses > 0, after
 
-    def parse_exception_spec(self):
+    def parse_exception_specification(self):
         if self.tok.kind in ('num', 'id'):
             self.pos += 1
         elif self.at('-'):
@@ -323,7 +323,7 @@ class Parser:
                     self.error('two extension markers in ENUMERATED')
                 extendable = True
                 if self.accept('!'):
-                    self.parse_exception_spec()
+                    self.parse_exception_specification()
                 target = extensions
             else:
                 name = self.identifier()
@@ -369,8 +369,8 @@ class Parser:
             if self.accept(','):
                 if self.accept('...'):
                     target = result.value if result.value is not None else result.size
-                    if target is not None and result.value is not None:
-                        result.value.extendable = True
+                    if target is not None:
+                        target.extendable = True
                     if self.at(','):  # additions after the marker are not PER-visible
                         self.pos -= 1
                         self.skip_to_close()

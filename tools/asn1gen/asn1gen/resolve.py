@@ -9,7 +9,7 @@ and applies the project's pruning decisions.
 """
 
 from dataclasses import dataclass, field
-from typing import Dict, List, Optional
+from typing import List, Optional
 
 from . import ir
 
@@ -415,8 +415,8 @@ class Resolver:
     @staticmethod
     def bounds(vr):
         """(ConstraintType, lower, upper) of a value range; upper as an unsigned word."""
-        if vr is None or vr.lower is None:
-            return UNCONSTRAINED, 0, 0xFFFFFFFF if vr is None else (vr.upper or 0) & 0xFFFFFFFF
+        if vr is None or vr.lower is None:  # no bounds, or MIN..x: written unconstrained
+            return UNCONSTRAINED, 0, 0xFFFFFFFF
         if vr.upper is None:
             return PARTIALLY_CONSTRAINED, vr.lower, 0xFFFFFFFF
         kind = EXTENDABLE_CONSTRAINT if vr.extendable else FIXED_CONSTRAINT
@@ -451,8 +451,6 @@ class Resolver:
                            base=self.sequence_of_spelling(node.kind, element, constraint.size),
                            element=element, deps=element.deps)
             cls.constraint_type, cls.lower, cls.upper = self.bounds(constraint.size)
-            if constraint.size is None:
-                cls.constraint_type, cls.lower, cls.upper = UNCONSTRAINED, 0, 0xFFFFFFFF
             return self.add_class(cls)
         if not isinstance(node, ir.BuiltinType) or node.name not in KIND_CLASS:
             raise ResolveError('%s: unsupported type' % asn1_name)

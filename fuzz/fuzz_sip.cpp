@@ -1,0 +1,67 @@
+// sipxlate_udp_translate over a short sequence of datagrams on one connection.
+// Input: [policy][log level] then up to 8 records [flags][length][datagram]; record flags:
+// bit 0 direction, bit 1 option (proxy behaviour), bit 2 an output buffer smaller than needed.
+#include "fuzz_host.h"
+#include "sip_xlate.h"
+
+#include <voipfilter/voipfilter.h>
+
+#include <arpa/inet.h>
+
+#include <cstring>
+#include <vector>
+
+namespace {
+
+sockaddr_type Address(uint8_t last, uint16_t port) {
+    sockaddr_type a;
+    std::memset(&a, 0, sizeof a);
+    a.family = VOIPXLATE_FAMILY_IPV4;
+    a.addr[0] = 10;
+    a.addr[3] = last;
+    a.port = htons(port);
+    return a;
+}
+
+// Dialogs that never see a BYE answer stay in the table by design; between inputs the harness
+// removes them so that a long run measures the translator, not an ever-growing table.
+void ForgetDialogs() {
+    SIPTranslator& translator = SIPTranslator::Instance();
+    while (!translator.Dialogs().empty())
+        translator.Destroy(translator.Dialogs().begin()->second);
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size < 2)
+        return 0;
+    fuzzhost::Configure(data[0], data[1]);
+
+    sockaddr_type a = Address(1, 5060), b = Address(2, 5060), c = Address(3, 5060),
+                  d = Address(4, 5060);
+    SIPConnection* connection = sipxlate_create(nullptr, &a, &b, &c, &d);
+
+    fuzzhost::RecordReader reader(data + 2, size - 2);
+    fuzzhost::Record record;
+    std::vector<unsigned char> out;
+    for (int i = 0; i < 8 && reader.Next(record); ++i) {
+        const unsigned capacity =
+            (record.flags & 4) ? unsigned(record.size / 2) : unsigned(record.size * 2 + 4096);
+        out.assign(capacity, 0xEE);
+        unsigned outLength = capacity;
+        const int result = sipxlate_udp_translate(
+            connection, record.flags & 1, record.data, unsigned(record.size),
+            out.empty() ? nullptr : out.data(), &outLength, (record.flags & 2) ? 1 : 0);
+        if (result == 1) {
+            // A rewritten message fits the buffer, is NUL-terminated and has the length reported.
+            fuzzhost::Check(outLength < capacity);
+            fuzzhost::Check(out[outLength] == '\0');
+            fuzzhost::Check(std::strlen(reinterpret_cast<const char*>(out.data())) == outLength);
+        }
+    }
+    sipxlate_udp_destroy(connection);
+    sipxlate_destroy(connection);
+    ForgetDialogs();
+    return 0;
+}

@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets with clang (ASan + UBSan) and runs each for a bounded time on a
+# scratch copy of its saved corpus. New findings are left in the scratch folder (crash-*, leak-*,
+# timeout-*, oom-*): copy the input into fuzz/corpus/<target>/ once the fault is fixed, so it
+# stays a regression test.
+# Usage: scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+root=$(pwd)
+seconds=${1:-60}
+shift || true
+
+out=${VOIPFILTER_BUILD_ROOT:-$root/build}/fuzz
+CC=clang-14 CXX=clang++-14 cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DVOIPFILTER_FUZZ=ON -DVOIPFILTER_SANITIZE=address,undefined \
+  -DVOIPFILTER_BUILD_TESTS=OFF -DVOIPFILTER_BUILD_EXAMPLES=OFF -DVOIPFILTER_BUILD_TOOLS=OFF \
+  >/dev/null
+cmake --build "$out" -j"$(nproc)"
+
+if [ $# -gt 0 ]; then
+  targets=("$@")
+else
+  mapfile -t targets < <(find "$out/fuzz" -maxdepth 1 -type f -name 'fuzz_*' -perm -u+x \
+    -printf '%f\n' | sed 's/^fuzz_//' | sort)
+fi
+
+status=0
+for target in "${targets[@]}"; do
+  work="$out/run/$target"
+  rm -rf "$work"
+  mkdir -p "$work/corpus" "$work/findings"
+  cp -r "fuzz/corpus/$target/." "$work/corpus/" 2>/dev/null || true
+  echo "== fuzz_$target for ${seconds}s"
+  if ! (cd "$work/findings" && "$out/fuzz/fuzz_$target" -max_total_time="$seconds" \
+        -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+        ${FUZZ_DICT_ARGS:-} "$work/corpus" >"$work/log.txt" 2>&1); then
+    echo "fuzz_$target found a fault:"
+    tail -n 60 "$work/log.txt"
+    ls "$work/findings"
+    status=1
+  else
+    grep -E '^stat::number_of_executed_units|^Done' "$work/log.txt" || true
+  fi
+done
+exit "$status"

@@ -1,0 +1,113 @@
+// Small ASN.1 types for the runtime's tests, described the way the generated modules describe
+// theirs, and hex helpers for the vector tables.
+#ifndef VOIPFILTER_TESTS_ASN1_TEST_SUPPORT_H
+#define VOIPFILTER_TESTS_ASN1_TEST_SUPPORT_H
+
+#include "asn1/PERDecoder.h"
+#include "asn1/PEREncoder.h"
+#include "asn1/asn1.h"
+
+#include <climits>
+#include <string>
+#include <vector>
+
+namespace asn1test {
+
+using namespace ASN1;
+
+inline std::string toHex(const std::vector<char>& bytes) {
+    static const char digits[] = "0123456789abcdef";
+    std::string out;
+    for (char c : bytes) {
+        const unsigned char b = static_cast<unsigned char>(c);
+        out += digits[b >> 4];
+        out += digits[b & 15];
+    }
+    return out;
+}
+
+// Hex digits, blanks ignored.
+inline std::vector<char> fromHex(const std::string& hex) {
+    std::vector<char> out;
+    int high = -1;
+    for (char c : hex) {
+        if (c == ' ')
+            continue;
+        const int v = c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10;
+        if (high < 0) {
+            high = v;
+        } else {
+            out.push_back(static_cast<char>(high << 4 | v));
+            high = -1;
+        }
+    }
+    return out;
+}
+
+inline std::string stripBlanks(std::string s) {
+    std::string out;
+    for (char c : s)
+        if (c != ' ')
+            out += c;
+    return out;
+}
+
+// Aligned encoding as hex; "FAIL:" and what was written when the encoder reports failure.
+inline std::string encodeHex(const AbstractData& value) {
+    std::vector<char> out;
+    PEREncoder encoder(out, true);
+    const bool ok = value.accept(encoder);
+    return (ok ? "" : "FAIL:") + toHex(out);
+}
+
+// Decodes from an exactly sized heap copy, so that a read past the end is seen by ASan.
+inline bool decodeHex(const std::string& hex, AbstractData& value) {
+    const std::vector<char> bytes = fromHex(hex);
+    std::vector<char> exact(bytes.begin(), bytes.end());
+    exact.shrink_to_fit();
+    PERDecoder decoder(exact.data(), exact.data() + exact.size(), nullptr, true);
+    return value.accept(decoder);
+}
+
+// --- Constrained numbers and strings ---------------------------------------------------------
+typedef Constrained_INTEGER<FixedConstraint, 0, 7u> Int0to7;
+typedef Constrained_INTEGER<FixedConstraint, 0, 255u> Int0to255;
+typedef Constrained_INTEGER<FixedConstraint, 1, 65535u> Int1to65535;
+typedef Constrained_INTEGER<FixedConstraint, 0, 4294967295u> Int0to4G;
+typedef Constrained_INTEGER<FixedConstraint, -5, 5u> IntMinus5to5;
+typedef Constrained_INTEGER<FixedConstraint, 3, 3u> Int3to3;
+typedef Constrained_INTEGER<ExtendableConstraint, 0, 7u> Int0to7Ext;
+typedef Constrained_INTEGER<PartiallyConstrained, 10, 4294967295u> IntFrom10;
+
+// --- ENUMERATED { red, green, blue } and { red, green, blue, ... } ----------------------------
+extern const char* const colourNames[];
+extern const ENUMERATED::InfoType colourInfo;
+extern const ENUMERATED::InfoType colourExtInfo;
+
+// --- CHOICE { n INTEGER (0..255), flag BOOLEAN, none NULL } ----------------------------------
+extern const CHOICE::InfoType choice3Info;
+// --- CHOICE { n INTEGER (0..255), none NULL, ..., flag BOOLEAN } -----------------------------
+extern const CHOICE::InfoType choiceExtInfo;
+
+// --- Empty ::= SEQUENCE {} ------------------------------------------------------------------
+extern const SEQUENCE::InfoType emptySeqInfo;
+
+// --- Rec ::= SEQUENCE { a INTEGER (0..255), b BOOLEAN OPTIONAL, ..., c IA5String, d Empty } --
+extern const SEQUENCE::InfoType recInfo;
+// --- Pair ::= SEQUENCE { a INTEGER, b BOOLEAN } (printing) -----------------------------------
+extern const SEQUENCE::InfoType pairInfo;
+// --- Bare ::= SEQUENCE { x INTEGER (0..255), y BOOLEAN OPTIONAL } (not extendable) -----------
+extern const SEQUENCE::InfoType bareInfo;
+// --- Exts ::= SEQUENCE { ..., e1 INTEGER (0..255), e2 INTEGER (0..255) } ----------------------
+extern const SEQUENCE::InfoType extsInfo;
+
+// --- Tree ::= SEQUENCE OF Tree; Node ::= CHOICE { leaf NULL, inner Node } --------------------
+extern const SEQUENCE_OF_Base::InfoType treeInfo;
+extern const CHOICE::InfoType nodeInfo;
+
+// --- Permitted alphabet: IA5String (SIZE (1..128)) (FROM ("0123456789#*,")) -----------------
+extern const AbstractString::InfoType dialedDigitsInfo;
+
+} // namespace asn1test
+
+#endif

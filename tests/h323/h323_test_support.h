@@ -1,0 +1,455 @@
+// Test host and PDU helpers for the H.323 tests: a host whose callbacks record every call with its
+// arguments and answer predictably, Q.931 framing of test messages, and message builders.
+#ifndef VOIPFILTER_TESTS_H323_TEST_SUPPORT_H
+#define VOIPFILTER_TESTS_H323_TEST_SUPPORT_H
+
+#include "asn1/asn_codec.h"
+#include "h225_xlate.h"
+#include "h245_xlate.h"
+#include "registry_guard.h"
+#include "sockaddr.h"
+
+#include <voipfilter/voipfilter.h>
+
+#include <arpa/inet.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<unsigned char>;
+namespace H225 = H323_MESSAGES;
+namespace H245 = MULTIMEDIA_SYSTEM_CONTROL;
+
+inline sockaddr_type Addr(const std::string& text) {
+    sockaddr_type address;
+    string_to_sockaddr_type(address, text);
+    return address;
+}
+
+inline std::string Text(const sockaddr_type& address) {
+    std::ostringstream os;
+    os << address;
+    return os.str();
+}
+
+inline Bytes ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+inline Bytes FromHex(const std::string& hex) {
+    Bytes bytes;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes.push_back(static_cast<unsigned char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+    return bytes;
+}
+
+// The host: every callback appends one line to `events`; channels are opened on 192.0.2.100
+// with even RTP ports from 20000 on (RTCP one higher) and handles from 101 on.
+class TestHost {
+public:
+    static TestHost& Get() {
+        static TestHost host;
+        return host;
+    }
+
+    void Reset() {
+        events.clear();
+        refusedCodecs.clear();
+        failOpenRTP = failOpenH245 = failTranslateMedia = false;
+        holdResult = 0;
+        nextPort = 20000;
+        nextHandle = 101;
+    }
+
+    void Install(bool allowCodec = true, bool hold = false) {
+        voipxlate_setfunction(VOIPXLATE_OPEN_RTP_CHANNEL,
+                              reinterpret_cast<voipxlate_function>(&OpenRTP));
+        voipxlate_setfunction(VOIPXLATE_CLOSE_RTP_CHANNEL,
+                              reinterpret_cast<voipxlate_function>(&CloseRTP));
+        if (allowCodec)
+            voipxlate_setfunction(VOIPXLATE_ALLOW_CODEC,
+                                  reinterpret_cast<voipxlate_function>(&AllowCodec));
+        voipxlate_setfunction(VOIPXLATE_OPEN_H245_CHANNEL,
+                              reinterpret_cast<voipxlate_function>(&OpenH245));
+        voipxlate_setfunction(VOIPXLATE_TRANSLATE_MEDIA_ADDR,
+                              reinterpret_cast<voipxlate_function>(&TranslateMedia));
+        if (hold)
+            voipxlate_setfunction(VOIPXLATE_CALL_ON_HOLD,
+                                  reinterpret_cast<voipxlate_function>(&OnHold));
+    }
+
+    std::vector<std::string> events;
+    std::set<std::string> refusedCodecs;
+    bool failOpenRTP = false;
+    bool failOpenH245 = false;
+    bool failTranslateMedia = false;
+    int holdResult = 0;
+    unsigned nextPort = 20000;
+    int nextHandle = 101;
+
+    // Events that begin with prefix.
+    std::vector<std::string> Events(const std::string& prefix) const {
+        std::vector<std::string> found;
+        for (const std::string& e : events)
+            if (e.compare(0, prefix.size(), prefix) == 0)
+                found.push_back(e);
+        return found;
+    }
+
+    // The host context every test call is created with.
+    static void* this_call() {
+        static int marker;
+        return &marker;
+    }
+
+private:
+    // Events of a callback that got another host context say so.
+    static std::string Ctx(void* ctx) { return ctx == this_call() ? "" : "(foreign ctx) "; }
+
+    static int OpenRTP(void* ctx, int direction, voipxlate_mediasessioninformation* s,
+                       int32_t* handle) {
+        TestHost& h = Get();
+        const sockaddr_type& rtp = direction ? s->forwardRTP : s->reverseRTP;
+        const sockaddr_type& rtcp = direction ? s->forwardRTCP : s->reverseRTCP;
+        const sockaddr_type& rtpT = direction ? s->forwardRTPTranslated : s->reverseRTPTranslated;
+        h.events.push_back(Ctx(ctx) + "openRTP dir=" + std::to_string(direction) +
+                           " session=" + std::to_string(s->sessionID) + " codec=" + s->codecName +
+                           " rtp=" + Text(rtp) + " rtcp=" + Text(rtcp) + " pre=" + Text(rtpT));
+        if (h.failOpenRTP)
+            return -1;
+        sockaddr_type& outRTP = direction ? s->forwardRTPTranslated : s->reverseRTPTranslated;
+        sockaddr_type& outRTCP = direction ? s->forwardRTCPTranslated : s->reverseRTCPTranslated;
+        outRTP = Addr("192.0.2.100:" + std::to_string(h.nextPort));
+        outRTCP = Addr("192.0.2.100:" + std::to_string(h.nextPort + 1));
+        h.nextPort += 2;
+        *handle = h.nextHandle++;
+        return 0;
+    }
+    static int CloseRTP(void* ctx, int32_t handle, int direction) {
+        Get().events.push_back(Ctx(ctx) + "closeRTP handle=" + std::to_string(handle) +
+                               " dir=" + std::to_string(direction));
+        return 0;
+    }
+    static int AllowCodec(void* ctx, int kind, const char* codec) {
+        TestHost& h = Get();
+        h.events.push_back(Ctx(ctx) + "allowCodec kind=" + std::to_string(kind) + " " + codec);
+        return h.refusedCodecs.count(codec) ? 0 : 1;
+    }
+    static int OpenH245(void* ctx, int direction, const sockaddr_type* announced,
+                        sockaddr_type* replacement) {
+        TestHost& h = Get();
+        h.events.push_back(Ctx(ctx) + "openH245 dir=" + std::to_string(direction) + " " +
+                           Text(*announced) + " pre=" + Text(*replacement));
+        if (h.failOpenH245)
+            return -1;
+        *replacement = Addr("192.0.2.100:30000");
+        return 0;
+    }
+    static int TranslateMedia(void* ctx, int direction, const sockaddr_type* found,
+                              sockaddr_type* replacement, void* scratch) {
+        TestHost& h = Get();
+        h.events.push_back(Ctx(ctx) + "translateMedia dir=" + std::to_string(direction) + " " +
+                           Text(*found) + " pre=" + Text(*replacement) +
+                           (scratch ? "" : " (no scratch)"));
+        if (h.failTranslateMedia)
+            return -1;
+        *replacement = Addr("192.0.2.100:40000");
+        return 0;
+    }
+    static int OnHold(void* ctx, int flag) {
+        TestHost& h = Get();
+        h.events.push_back(Ctx(ctx) + "hold " + std::to_string(flag));
+        return h.holdResult;
+    }
+};
+
+// The four call addresses of the tests: the originator 10.0.0.5 behind the firewall calls
+// 192.0.2.10; the firewall announces itself as 198.51.100.1 towards each side.
+struct CallAddresses {
+    sockaddr_type expectedOriginator = Addr("10.0.0.5:1720");
+    sockaddr_type expectedDestination = Addr("192.0.2.10:1720");
+    sockaddr_type announcedOriginator = Addr("198.51.100.1:1720");
+    sockaddr_type announcedDestination = Addr("198.51.100.1:11720");
+};
+
+// One call through the C API.
+class TestCall {
+public:
+    explicit TestCall(const CallAddresses& a = CallAddresses()) {
+        CallAddresses copy = a;
+        handle = h323xlate_h225_create(TestHost::this_call(), &copy.expectedOriginator,
+                                       &copy.expectedDestination, &copy.announcedOriginator,
+                                       &copy.announcedDestination);
+    }
+    ~TestCall() { h323xlate_h225_destroy(handle); }
+    TestCall(const TestCall&) = delete;
+    TestCall& operator=(const TestCall&) = delete;
+
+    // decode + translate (+ encode when the result asks for it). out gets the PDU to send.
+    int Send(bool fromOriginator, const Bytes& pdu, Bytes* out = nullptr, int* status = nullptr) {
+        int s = 1234;
+        const int decoded =
+            h323xlate_h225_decodeh225pdu(handle, pdu.data(), static_cast<unsigned>(pdu.size()));
+        if (decoded != 1)
+            return 100 + decoded;
+        const int r = h323xlate_h225_translateh225pdu(handle, fromOriginator, &s);
+        if (status)
+            *status = s;
+        if (out) {
+            *out = pdu;
+            if (r == 1) {
+                out->assign(8192, 0);
+                unsigned size = static_cast<unsigned>(out->size());
+                EXPECT_EQ(1, h323xlate_h225_encodeh225pdu(handle, out->data(), &size));
+                out->resize(size);
+            }
+        }
+        return r;
+    }
+
+    // The separate H.245 channel: out gets the PDU to send (the input when unchanged).
+    int SendH245(bool fromOriginator, const Bytes& pdu, Bytes* out = nullptr) {
+        Bytes buffer(4096);
+        unsigned size = static_cast<unsigned>(buffer.size());
+        const int r = h323xlate_h225_translateh245pdu(handle, fromOriginator, pdu.data(),
+                                                      static_cast<unsigned>(pdu.size()),
+                                                      buffer.data(), &size);
+        if (out) {
+            *out = pdu;
+            if (r == 1)
+                out->assign(buffer.begin(), buffer.begin() + size);
+        }
+        return r;
+    }
+
+    voipxlate_callinformation& Info() { return *h323xlate_h225_getcallstatus(handle); }
+    const voipxlate_mediasessioninformation& Session(int i) { return Info().sessions[i]; }
+
+    H225TranslatorContext* handle;
+};
+
+// --- Building messages ---------------------------------------------------------------------------
+
+template <class T> Bytes Encode(T&& value) {
+    Bytes bytes(8192);
+    unsigned size = static_cast<unsigned>(bytes.size());
+    EXPECT_EQ(1, ASN1::ASNEncode(value, bytes.data(), &size));
+    bytes.resize(size);
+    return bytes;
+}
+
+template <class T> ASN1::OCTET_STRING EncodeOctets(T&& value) {
+    ASN1::OCTET_STRING octets;
+    ASN1::ASNEncode(value, octets);
+    return octets;
+}
+
+// A Q.931 frame: header (call reference 1, message type), the given elements, then user-user.
+inline Bytes Frame(const Bytes& userInformation, unsigned char messageType = 0x05,
+                   const Bytes& elementsBefore = {}, const Bytes& elementsAfter = {}) {
+    Bytes frame;
+    frame.reserve(9 + elementsBefore.size() + userInformation.size() + elementsAfter.size());
+    for (unsigned char octet : {0x08, 0x02, 0x00, 0x01})
+        frame.push_back(octet);
+    frame.push_back(messageType);
+    frame.insert(frame.end(), elementsBefore.begin(), elementsBefore.end());
+    const unsigned length = static_cast<unsigned>(userInformation.size()) + 1;
+    frame.push_back(0x7E);
+    frame.push_back(static_cast<unsigned char>(length >> 8));
+    frame.push_back(static_cast<unsigned char>(length & 0xFF));
+    frame.push_back(0x05);
+    frame.insert(frame.end(), userInformation.begin(), userInformation.end());
+    frame.insert(frame.end(), elementsAfter.begin(), elementsAfter.end());
+    return frame;
+}
+
+// The host context of the helper call that DecodeFrame decodes with (its log lines are not
+// those of the call under test).
+inline void* DecodeFrameContext() {
+    static int marker;
+    return &marker;
+}
+
+// The user information of a Q.931 frame, decoded again.
+inline bool DecodeFrame(const Bytes& frame, H225::H323_UserInformation& out) {
+    H225TranslatorContext reader(DecodeFrameContext(), sockaddr_type(), sockaddr_type(),
+                                 sockaddr_type(), sockaddr_type());
+    if (reader.DecodeH225(frame.data(), static_cast<unsigned>(frame.size())) != 1)
+        return false;
+    out = reader.UserInformation();
+    return true;
+}
+
+inline void SetTransportAddress(H225::TransportAddress& address, const std::string& text) {
+    EncodeH225TransportAddress(Addr(text), address);
+}
+
+inline std::string H225Text(const H225::TransportAddress& address) {
+    sockaddr_type a;
+    DecodeH225TransportAddress(address, a);
+    return Text(a);
+}
+
+inline std::string H245Text(const H245::TransportAddress& address) {
+    sockaddr_type a;
+    DecodeH245TransportAddress(address, a);
+    return Text(a);
+}
+
+inline void SetH245Address(H245::TransportAddress& address, const std::string& text) {
+    EncodeH245TransportAddress(Addr(text), address);
+}
+
+inline void SetProtocol(ASN1::OBJECT_IDENTIFIER& oid) {
+    oid = ASN1::OBJECT_IDENTIFIER({0, 0, 8, 2250, 0, 4});
+}
+
+// An empty user information carrying the given body alternative, h245Tunneling as asked.
+inline H225::H323_UserInformation Message(int tag, bool tunnelling = false) {
+    H225::H323_UserInformation ui;
+    H225::H323_UU_PDU& pdu = ui.ref_h323_uu_pdu();
+    H225::H323_UU_PDU_h323_message_body& body = pdu.ref_h323_message_body();
+    body.select(tag);
+    using Body = H225::H323_UU_PDU_h323_message_body;
+    switch (tag) {
+    case Body::callProceeding::id_:
+        SetProtocol(body.ref_callProceeding().ref_protocolIdentifier());
+        break;
+    case Body::alerting::id_:
+        SetProtocol(body.ref_alerting().ref_protocolIdentifier());
+        break;
+    case Body::connect::id_: {
+        auto& connect = body.ref_connect();
+        SetProtocol(connect.ref_protocolIdentifier());
+        connect.ref_conferenceID().assign(16, '\x11');
+        break;
+    }
+    case Body::progress::id_: {
+        auto& progress = body.ref_progress();
+        SetProtocol(progress.ref_protocolIdentifier());
+        progress.ref_callIdentifier().ref_guid().assign(16, '\x22');
+        break;
+    }
+    case Body::facility::id_: {
+        auto& facility = body.ref_facility();
+        SetProtocol(facility.ref_protocolIdentifier());
+        facility.ref_reason().select(H225::FacilityReason::undefinedReason::id_);
+        break;
+    }
+    case Body::information::id_: {
+        auto& information = body.ref_information();
+        SetProtocol(information.ref_protocolIdentifier());
+        information.set_callIdentifier(H225::CallIdentifier()).ref_guid().assign(16, '\x33');
+        break;
+    }
+    case Body::releaseComplete::id_: {
+        auto& release = body.ref_releaseComplete();
+        SetProtocol(release.ref_protocolIdentifier());
+        release.set_callIdentifier(H225::CallIdentifier()).ref_guid().assign(16, '\x44');
+        break;
+    }
+    default:
+        break;
+    }
+    if (tunnelling)
+        pdu.set_h245Tunneling(ASN1::BOOLEAN(true));
+    return ui;
+}
+
+// An OpenLogicalChannel with G.711 mu-law (or another audio alternative) over H.225.0.
+inline H245::OpenLogicalChannel AudioOLC(int channel, int session, const std::string& rtp,
+                                         const std::string& rtcp,
+                                         int audio = H245::AudioCapability::g711Ulaw64k::id_) {
+    H245::OpenLogicalChannel olc;
+    olc.ref_forwardLogicalChannelNumber() = channel;
+    auto& forward = olc.ref_forwardLogicalChannelParameters();
+    forward.ref_dataType().select(H245::DataType::audioData::id_);
+    auto& capability = forward.ref_dataType().ref_audioData();
+    capability.select(audio);
+    if (auto* frames = dynamic_cast<ASN1::INTEGER*>(capability.getSelection()))
+        *frames = 20;
+    auto& mux = forward.ref_multiplexParameters();
+    mux.select(H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters::
+                   h2250LogicalChannelParameters::id_);
+    auto& params = mux.ref_h2250LogicalChannelParameters();
+    params.ref_sessionID() = session;
+    if (!rtp.empty())
+        SetH245Address(params.set_mediaChannel(H245::TransportAddress()), rtp);
+    if (!rtcp.empty())
+        SetH245Address(params.set_mediaControlChannel(H245::TransportAddress()), rtcp);
+    return olc;
+}
+
+// A fast start receive proposal: the caller's RTP and RTCP in reverse parameters.
+inline H245::OpenLogicalChannel
+ReverseAudioOLC(int channel, int session, const std::string& rtp, const std::string& rtcp,
+                int audio = H245::AudioCapability::g711Ulaw64k::id_) {
+    H245::OpenLogicalChannel olc;
+    olc.ref_forwardLogicalChannelNumber() = channel;
+    auto& forward = olc.ref_forwardLogicalChannelParameters();
+    forward.ref_dataType().select(H245::DataType::nullData::id_);
+    forward.ref_multiplexParameters().select(
+        H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters::none::id_);
+    auto& reverse = olc.set_reverseLogicalChannelParameters(
+        H245::OpenLogicalChannel_reverseLogicalChannelParameters());
+    reverse.ref_dataType().select(H245::DataType::audioData::id_);
+    auto& capability = reverse.ref_dataType().ref_audioData();
+    capability.select(audio);
+    if (auto* frames = dynamic_cast<ASN1::INTEGER*>(capability.getSelection()))
+        *frames = 20;
+    auto& mux = reverse.set_multiplexParameters(
+        H245::OpenLogicalChannel_reverseLogicalChannelParameters_multiplexParameters());
+    mux.select(H245::OpenLogicalChannel_reverseLogicalChannelParameters_multiplexParameters::
+                   h2250LogicalChannelParameters::id_);
+    auto& params = mux.ref_h2250LogicalChannelParameters();
+    params.ref_sessionID() = session;
+    if (!rtp.empty())
+        SetH245Address(params.set_mediaChannel(H245::TransportAddress()), rtp);
+    if (!rtcp.empty())
+        SetH245Address(params.set_mediaControlChannel(H245::TransportAddress()), rtcp);
+    return olc;
+}
+
+inline H245::OpenLogicalChannelAck OLCAck(int channel, const std::string& rtp,
+                                          const std::string& rtcp) {
+    H245::OpenLogicalChannelAck ack;
+    ack.ref_forwardLogicalChannelNumber() = channel;
+    auto& mux = ack.set_forwardMultiplexAckParameters(
+        H245::OpenLogicalChannelAck_forwardMultiplexAckParameters());
+    mux.select(H245::OpenLogicalChannelAck_forwardMultiplexAckParameters::
+                   h2250LogicalChannelAckParameters::id_);
+    auto& params = mux.ref_h2250LogicalChannelAckParameters();
+    if (!rtp.empty())
+        SetH245Address(params.set_mediaChannel(H245::TransportAddress()), rtp);
+    if (!rtcp.empty())
+        SetH245Address(params.set_mediaControlChannel(H245::TransportAddress()), rtcp);
+    return ack;
+}
+
+inline H245::MultimediaSystemControlMessage Request(const H245::OpenLogicalChannel& olc) {
+    H245::MultimediaSystemControlMessage message;
+    message.select(H245::MultimediaSystemControlMessage::request::id_);
+    message.ref_request().select(H245::RequestMessage::openLogicalChannel::id_);
+    message.ref_request().ref_openLogicalChannel() = olc;
+    return message;
+}
+
+inline H245::MultimediaSystemControlMessage Response(const H245::OpenLogicalChannelAck& ack) {
+    H245::MultimediaSystemControlMessage message;
+    message.select(H245::MultimediaSystemControlMessage::response::id_);
+    message.ref_response().select(H245::ResponseMessage::openLogicalChannelAck::id_);
+    message.ref_response().ref_openLogicalChannelAck() = ack;
+    return message;
+}
+
+inline std::string DataFile(const std::string& name) {
+    return std::string(VOIPFILTER_TEST_DATA_DIR) + "/" + name;
+}
+
+#endif

@@ -1,0 +1,253 @@
+#include "sip_test_host.h"
+
+#include "sockaddr.h"
+
+#include <arpa/inet.h>
+#include <dirent.h>
+
+#include <algorithm>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+int OpenChannel(int slot, void* context, int direction, voipxlate_mediasessioninformation* session,
+                int32_t* handle) {
+    HostState& host = Host();
+    sockaddr_type& rtp = direction ? session->forwardRTPTranslated : session->reverseRTPTranslated;
+    sockaddr_type& rtcp =
+        direction ? session->forwardRTCPTranslated : session->reverseRTCPTranslated;
+    OpenRecord record{context, slot, direction, session->sessionID, session->mediaKind, rtp, 0};
+    if (host.openResult == 0) {
+        record.handle = host.nextHandle++;
+        *handle = record.handle;
+        const uint16_t port = ntohs(rtp.port);
+        rtp = HostAddress(direction, port);
+        rtcp = HostAddress(direction, static_cast<uint16_t>(port + 1));
+    }
+    host.opens.push_back(record);
+    return host.openResult;
+}
+
+int OpenRtp(void* context, int direction, voipxlate_mediasessioninformation* session,
+            int32_t* handle) {
+    return OpenChannel(VOIPXLATE_OPEN_RTP_CHANNEL, context, direction, session, handle);
+}
+
+int OpenIm(void* context, int direction, voipxlate_mediasessioninformation* session,
+           int32_t* handle) {
+    return OpenChannel(VOIPXLATE_OPEN_IM_CHANNEL, context, direction, session, handle);
+}
+
+int Close(void* context, int32_t handle, int direction) {
+    Host().closes.push_back({context, handle, direction});
+    return 0;
+}
+
+int Allow(void* context, int kind, const char* name) {
+    Host().codecs.push_back({context, kind, name});
+    return Host().refusedCodecs.count(name) == 0 ? 1 : 0;
+}
+
+void CallInformation(voipxlate_callinformation* info) {
+    Host().callInformation.push_back(info);
+}
+
+int OnHold(void* context, int flag) {
+    EXPECT_EQ(flag, 1);
+    Host().holds.push_back(context);
+    return Host().holdResult;
+}
+
+template <typename Fn> voipxlate_function Slot(Fn fn) {
+    return reinterpret_cast<voipxlate_function>(fn);
+}
+
+} // namespace
+
+HostState& Host() {
+    static HostState state;
+    return state;
+}
+
+sockaddr_type HostAddress(int direction, uint16_t announcedPort) {
+    sockaddr_type address = Ipv4(direction ? "203.0.113.1" : "203.0.113.2");
+    address.port = htons(static_cast<uint16_t>(announcedPort + 10000));
+    return address;
+}
+
+sockaddr_type Ipv4(const char* text) {
+    sockaddr_type address;
+    EXPECT_TRUE(string_to_sockaddr_type(address, text)) << text;
+    return address;
+}
+
+void SipHostTest::SetUp() {
+    RegistryTest::SetUp();
+    Host() = HostState();
+    voipxlate_setfunction(VOIPXLATE_OPEN_RTP_CHANNEL, Slot(&OpenRtp));
+    voipxlate_setfunction(VOIPXLATE_CLOSE_RTP_CHANNEL, Slot(&Close));
+    voipxlate_setfunction(VOIPXLATE_ALLOW_CODEC, Slot(&Allow));
+    voipxlate_setfunction(VOIPXLATE_CALL_INFORMATION, Slot(&CallInformation));
+    voipxlate_setfunction(VOIPXLATE_CALL_ON_HOLD, Slot(&OnHold));
+    voipxlate_setfunction(VOIPXLATE_OPEN_IM_CHANNEL, Slot(&OpenIm));
+    log_ = std::make_unique<LogCapture>(5);
+}
+
+void SipHostTest::TearDown() {
+    for (SIPConnection* connection : connections_)
+        sipxlate_destroy(connection);
+    log_.reset();
+    RegistryTest::TearDown();
+}
+
+SIPConnection* SipHostTest::Connect(void* context) {
+    const sockaddr_type a = Ipv4("10.0.0.5:5060");
+    const sockaddr_type b = Ipv4("192.0.2.10:5060");
+    const sockaddr_type c = Ipv4("198.51.100.7:5060");
+    const sockaddr_type d = Ipv4("10.0.0.1:5060");
+    SIPConnection* connection = sipxlate_create(context, &a, &b, &c, &d);
+    connections_.push_back(connection);
+    return connection;
+}
+
+int SipHostTest::Translate(SIPConnection* connection, const std::string& message, int option,
+                           unsigned capacity) {
+    std::vector<unsigned char> out(capacity, 0xAA);
+    unsigned length = capacity;
+    const int result = sipxlate_udp_translate(
+        connection, 1, reinterpret_cast<const unsigned char*>(message.data()),
+        static_cast<unsigned>(message.size()), out.data(), &length, option);
+    out_.clear();
+    if (result > 0) {
+        EXPECT_LE(length, capacity);
+        EXPECT_EQ(out[length], 0) << "rewritten message is NUL-terminated";
+        out_.assign(reinterpret_cast<const char*>(out.data()), length);
+    }
+    return result;
+}
+
+void SipHostTest::Forget(const std::string& callId) {
+    // Leftovers are removed without the host hearing of it: their channel closes belong to
+    // whichever run opened them.
+    VoIPTranslator& registry = VoIPTranslator::Current();
+    const voipxlate_function close = registry.Function(VOIPXLATE_CLOSE_RTP_CHANNEL);
+    registry.SetFunction(VOIPXLATE_CLOSE_RTP_CHANNEL, nullptr);
+    struct Restore {
+        VoIPTranslator& registry;
+        voipxlate_function close;
+        ~Restore() { registry.SetFunction(VOIPXLATE_CLOSE_RTP_CHANNEL, close); }
+    } restore{registry, close};
+    SIPTranslator& translator = SIPTranslator::Instance();
+    for (;;) {
+        const auto& dialogs = translator.Dialogs();
+        auto it = std::find_if(dialogs.begin(), dialogs.end(), [&](const auto& entry) {
+            return entry.first.compare(0, callId.size(), callId) == 0;
+        });
+        if (it == dialogs.end())
+            return;
+        translator.Destroy(it->second);
+    }
+}
+
+SIPTranslator::DialogInfo* SipHostTest::Dialog(const std::string& key) {
+    const auto& dialogs = SIPTranslator::Instance().Dialogs();
+    const auto it = dialogs.find(key);
+    return it == dialogs.end() ? nullptr : it->second;
+}
+
+std::string LoadSip(const std::string& relative) {
+    const std::string path = std::string(VOIPFILTER_TEST_DATA_DIR) + "/sip/" + relative;
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.good()) << "cannot read " << path;
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> ListSip(const std::string& relative) {
+    std::vector<std::string> names;
+    const std::string path = std::string(VOIPFILTER_TEST_DATA_DIR) + "/sip/" + relative;
+    if (DIR* dir = opendir(path.c_str())) {
+        while (const dirent* entry = readdir(dir))
+            if (entry->d_name[0] != '.')
+                names.push_back(relative + "/" + entry->d_name);
+        closedir(dir);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string HeaderValue(const std::string& message, const std::string& name) {
+    std::istringstream lines(message);
+    std::string line;
+    while (std::getline(lines, line)) {
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (line.empty())
+            break;
+        const std::string::size_type colon = line.find(':');
+        if (colon == std::string::npos || line.compare(0, colon, name) != 0)
+            continue;
+        std::string value = line.substr(colon + 1);
+        value.erase(0, value.find_first_not_of(' '));
+        return value;
+    }
+    return std::string();
+}
+
+std::string BodyOf(const std::string& message) {
+    const std::string::size_type pos = message.find("\r\n\r\n");
+    return pos == std::string::npos ? std::string() : message.substr(pos + 4);
+}
+
+bool HasLine(const std::string& message, const std::string& line) {
+    return ("\r\n" + message).find("\r\n" + line + "\r\n") != std::string::npos;
+}
+
+std::string SipMessage::Text() const {
+    std::string text = start + "\r\nVia: " + via + "\r\nFrom: " + from + "\r\nTo: " + to +
+                       "\r\nCall-ID: " + callId + "\r\nCSeq: " + cseq + "\r\n";
+    for (const std::string& line : extra)
+        text += line + "\r\n";
+    if (!body.empty())
+        text += "Content-Type: " + contentType +
+                "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
+    return text + "\r\n" + body;
+}
+
+SipMessage SipMessage::Response(const std::string& status) const {
+    SipMessage response = *this;
+    response.start = "SIP/2.0 " + status;
+    response.to = to + ";tag=t1";
+    response.body.clear();
+    response.extra.clear();
+    return response;
+}
+
+SipMessage SipMessage::Request(const std::string& method, const std::string& branch) const {
+    SipMessage request = *this;
+    request.start = method + " sip:bob@192.0.2.10 SIP/2.0";
+    request.via = "SIP/2.0/UDP 10.0.0.5:5060;branch=" + branch;
+    request.to = to + ";tag=t1";
+    request.cseq = "2 " + method;
+    request.body.clear();
+    request.extra.clear();
+    return request;
+}
+
+std::string AudioSdp(const std::string& ip, int port, const std::vector<std::string>& rtpmaps,
+                     const std::vector<std::string>& attributes) {
+    std::string formats;
+    for (const std::string& map : rtpmaps)
+        formats += " " + map.substr(0, map.find(' '));
+    std::string sdp = "v=0\r\no=- 1 1 IN IP4 " + ip + "\r\ns=-\r\nc=IN IP4 " + ip +
+                      "\r\nt=0 0\r\nm=audio " + std::to_string(port) + " RTP/AVP" + formats +
+                      "\r\n";
+    for (const std::string& map : rtpmaps)
+        sdp += "a=rtpmap:" + map + "\r\n";
+    for (const std::string& attribute : attributes)
+        sdp += attribute + "\r\n";
+    return sdp;
+}
