@@ -51,12 +51,10 @@ TEST(Tool, WithoutArgumentsReplaysTheBundledSamples) {
               std::string::npos);
     EXPECT_NE(r.out.find("frame 4     orig->dest H.225 SETUP"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("frame 1     orig->dest SIP INVITE"), std::string::npos) << r.out;
-    if (replay::translatesSip()) {
-        EXPECT_NE(r.out.find("announced 10.0.2.20:6000 rtcp 10.0.2.20:6001 -> translated "
-                             "203.0.113.2:20000 rtcp 203.0.113.2:20001"),
-                  std::string::npos)
-            << r.out;
-    }
+    EXPECT_NE(r.out.find("announced 10.0.2.20:6000 rtcp 10.0.2.20:6001 -> translated "
+                         "203.0.113.2:20000 rtcp 203.0.113.2:20001"),
+              std::string::npos)
+        << r.out;
 }
 
 TEST(Tool, ExitCodes) {
@@ -133,9 +131,6 @@ TEST(ToolTshark, RewrittenSipCaptureDecodesCleanly) {
     if (!haveTshark()) {
         GTEST_SKIP() << "tshark is not installed";
     }
-    if (!replay::translatesSip()) {
-        GTEST_SKIP() << "this library build has no SIP translator";
-    }
     replaytest::TempFile out("tshark-sip.pcap");
     ASSERT_EQ(run(kTool + " --nat 10.0.2.20=203.0.113.2 -w " + out.path() + " " + kSamples +
                   "/wireshark-sip-rtp-dvi4-sip.pcap")
@@ -172,18 +167,16 @@ TEST(ToolTshark, H323CaptureStillReassembles) {
     std::vector<std::string> h225 =
         tshark(out.path(), "-Y h225 -T fields -e h225.h323_message_body");
     EXPECT_EQ(h225.size(), 4u);
-    if (replay::translatesH225()) {
-        // Every address the inside caller announces, in H.225 and H.245, is the public one.
-        std::vector<std::string> announced =
-            tshark(out.path(), "-Y '(h225 || h245) && ip.src == 10.1.3.143' -T fields "
-                               "-E occurrence=a -e h225.ipV4 -e h245.ip4_network");
-        std::string all;
-        for (const std::string& line : announced) {
-            all += line + "\n";
-        }
-        EXPECT_EQ(all.find("10.1.3.143"), std::string::npos) << all;
-        EXPECT_NE(all.find("203.0.113.1"), std::string::npos) << all;
+    // Every address the inside caller announces, in H.225 and H.245, is the public one.
+    std::vector<std::string> announced =
+        tshark(out.path(), "-Y '(h225 || h245) && ip.src == 10.1.3.143' -T fields "
+                           "-E occurrence=a -e h225.ipV4 -e h245.ip4_network");
+    std::string all;
+    for (const std::string& line : announced) {
+        all += line + "\n";
     }
+    EXPECT_EQ(all.find("10.1.3.143"), std::string::npos) << all;
+    EXPECT_NE(all.find("203.0.113.1"), std::string::npos) << all;
 }
 
 } // namespace

@@ -49,11 +49,8 @@ void usage(std::ostream& out) {
            "  --json                       write the report as JSON\n"
            "  -h, --help                   this text\n"
            "\n"
-           "this build translates:"
-        << (replay::translatesSip() ? " SIP" : "")
-        << (replay::translatesH225() ? " H.225 H.245" : "")
-        << (replay::translatesRas() ? " RAS" : "")
-        << " (the other protocols are reported, and passed on untranslated)\n"
+           "translated: SIP, H.225 call signalling, H.245 and RAS (anything else is reported, and\n"
+           "passed on untranslated)\n"
            "\n"
            "exit codes:\n"
            "  0  every capture was replayed\n"

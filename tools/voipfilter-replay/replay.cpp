@@ -14,30 +14,6 @@
 
 namespace replay {
 
-bool translatesSip() {
-#ifdef VOIPFILTER_REPLAY_HAVE_SIP
-    return true;
-#else
-    return false;
-#endif
-}
-
-bool translatesH225() {
-#ifdef VOIPFILTER_REPLAY_HAVE_H225
-    return true;
-#else
-    return false;
-#endif
-}
-
-bool translatesRas() {
-#ifdef VOIPFILTER_REPLAY_HAVE_RAS
-    return true;
-#else
-    return false;
-#endif
-}
-
 namespace {
 
 constexpr uint16_t kSipPort = 5060;
@@ -47,16 +23,9 @@ constexpr uint16_t kCallSignallingPort = 1720;
 constexpr size_t kMaxUdpPayload = 65507;
 constexpr size_t kMaxTpktPayload = 65535 - 4;
 
-// The handle types, whatever the header calls them.
-#ifdef VOIPFILTER_REPLAY_HAVE_SIP
-using SipHandle = decltype(sipxlate_create(nullptr, nullptr, nullptr, nullptr, nullptr));
-#endif
-#ifdef VOIPFILTER_REPLAY_HAVE_H225
-using H225Handle = decltype(h323xlate_h225_create(nullptr, nullptr, nullptr, nullptr, nullptr));
-#endif
-#ifdef VOIPFILTER_REPLAY_HAVE_RAS
-using RasHandle = decltype(h323xlate_ras_create(nullptr, nullptr, nullptr, nullptr, nullptr));
-#endif
+using SipHandle = SIPConnection*;
+using H225Handle = H225TranslatorContext*;
+using RasHandle = RASTranslatorContext*;
 
 struct Endpoint {
     uint32_t ip = 0;
@@ -84,15 +53,9 @@ struct Association {
     bool hasCall = false; // SIP associations report by Call-ID and need no record of their own
     size_t callIndex = 0;
     bool shutDown = false;
-#ifdef VOIPFILTER_REPLAY_HAVE_SIP
     SipHandle sip = nullptr;
-#endif
-#ifdef VOIPFILTER_REPLAY_HAVE_H225
     H225Handle h225 = nullptr;
-#endif
-#ifdef VOIPFILTER_REPLAY_HAVE_RAS
     RasHandle ras = nullptr;
-#endif
 };
 
 enum class StreamKind { Undecided, CallSignalling, H245, Other };
@@ -164,22 +127,16 @@ private:
 };
 
 Replayer::~Replayer() {
-#ifdef VOIPFILTER_REPLAY_HAVE_SIP
     for (auto& [key, association] : sip_) {
         sipxlate_udp_destroy(association->sip);
         sipxlate_destroy(association->sip);
     }
-#endif
-#ifdef VOIPFILTER_REPLAY_HAVE_RAS
     for (auto& [key, association] : ras_) {
         h323xlate_ras_destroy(association->ras);
     }
-#endif
-#ifdef VOIPFILTER_REPLAY_HAVE_H225
     for (Association& call : h323Calls_) {
         h323xlate_h225_destroy(call.h225);
     }
-#endif
 }
 
 size_t Replayer::newCall(const std::string& protocol, const std::string& id,
@@ -302,7 +259,6 @@ void Replayer::udp([[maybe_unused]] size_t index, const CapturedFrame& frame,
             callIndex = found->second;
         }
         host_.begin(callIndex, frame_);
-#ifdef VOIPFILTER_REPLAY_HAVE_SIP
         if (link.sip == nullptr) {
             sockaddr_type a = link.originator.address();
             sockaddr_type b = link.destination.address();
@@ -333,9 +289,6 @@ void Replayer::udp([[maybe_unused]] size_t index, const CapturedFrame& frame,
             plans_[index].action = FramePlan::Action::Drop;
             translated(message, Outcome::Refused, result, nullptr);
         }
-#else
-        translated(message, Outcome::Forwarded, 0, "this library build has no SIP translator");
-#endif
         record(callIndex, std::move(message));
         return;
     }
@@ -349,7 +302,6 @@ void Replayer::udp([[maybe_unused]] size_t index, const CapturedFrame& frame,
         message.to = destination.text();
         message.kind = rasMessageName(payload, length);
         host_.begin(link.callIndex, frame_);
-#ifdef VOIPFILTER_REPLAY_HAVE_RAS
         if (link.ras == nullptr) {
             sockaddr_type a = link.originator.address();
             sockaddr_type b = link.destination.address();
@@ -378,9 +330,6 @@ void Replayer::udp([[maybe_unused]] size_t index, const CapturedFrame& frame,
             plans_[index].action = FramePlan::Action::Drop;
             translated(message, Outcome::Refused, result, nullptr);
         }
-#else
-        translated(message, Outcome::Forwarded, 0, "this library build has no RAS translator");
-#endif
         record(link.callIndex, std::move(message));
     }
 }
@@ -543,7 +492,6 @@ void Replayer::callSignalling(TcpConnection& connection, [[maybe_unused]] int si
         translated(record, Outcome::Forwarded, 0, "empty TPKT");
         return;
     }
-#ifdef VOIPFILTER_REPLAY_HAVE_H225
     if (call.shutDown) {
         translated(record, Outcome::Dropped, 0, "the call was shut down");
         return;
@@ -591,9 +539,6 @@ void Replayer::callSignalling(TcpConnection& connection, [[maybe_unused]] int si
         call.shutDown = true;
         translated(record, Outcome::Refused, result, "call shut down");
     }
-#else
-    translated(record, Outcome::Forwarded, 0, "this library build has no H.225 translator");
-#endif
 }
 
 void Replayer::h245(TcpConnection& connection, [[maybe_unused]] int side,
@@ -604,7 +549,6 @@ void Replayer::h245(TcpConnection& connection, [[maybe_unused]] int side,
     record.kind = h245MessageName(pdu, length);
     Association& call = *connection.call;
     host_.begin(call.callIndex, frame_);
-#ifdef VOIPFILTER_REPLAY_HAVE_H225
     if (call.shutDown) {
         translated(record, Outcome::Dropped, 0, "the call was shut down");
         return;
@@ -626,9 +570,6 @@ void Replayer::h245(TcpConnection& connection, [[maybe_unused]] int side,
     } else {
         translated(record, Outcome::Refused, result, nullptr);
     }
-#else
-    translated(record, Outcome::Forwarded, 0, "this library build has no H.245 translator");
-#endif
 }
 
 void Replayer::learnH245Channels() {

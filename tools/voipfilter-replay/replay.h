@@ -24,9 +24,6 @@ enum class ReplayStatus {
 };
 
 // Which translator families this build of the tool hands messages to.
-bool translatesSip();
-bool translatesH225();
-bool translatesRas();
 
 CaptureReport replayCapture(const std::string& path, const ReplayOptions& options,
                             ReplayStatus& status);
