@@ -10,8 +10,6 @@
 
 #include <voipfilter/voipfilter.h>
 
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <vector>
 
@@ -21,16 +19,6 @@ namespace {
 // size cannot reach the encoder's 8192-octet length limit through a nested open type.
 constexpr size_t kMaxInput = 7000;
 
-sockaddr_type Address(uint8_t last, uint16_t port) {
-    sockaddr_type a;
-    std::memset(&a, 0, sizeof a);
-    a.family = VOIPXLATE_FAMILY_IPV4;
-    a.addr[0] = 10;
-    a.addr[3] = last;
-    a.port = htons(port);
-    return a;
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -38,8 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     fuzzhost::Configure(data[0], data[1]);
 
-    sockaddr_type a = Address(1, 1720), b = Address(2, 1720), c = Address(3, 1720),
-                  d = Address(4, 1720);
+    sockaddr_type a = fuzzhost::Address(1, 1720), b = fuzzhost::Address(2, 1720),
+                  c = fuzzhost::Address(3, 1720), d = fuzzhost::Address(4, 1720);
     H225TranslatorContext* call = h323xlate_h225_create(nullptr, &a, &b, &c, &d);
 
     fuzzhost::RecordReader reader(data + 2, size - 2);

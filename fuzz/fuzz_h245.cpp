@@ -6,24 +6,12 @@
 
 #include <voipfilter/voipfilter.h>
 
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <vector>
 
 namespace {
 
 constexpr size_t kMaxInput = 7000;
-
-sockaddr_type Address(uint8_t last) {
-    sockaddr_type a;
-    std::memset(&a, 0, sizeof a);
-    a.family = VOIPXLATE_FAMILY_IPV4;
-    a.addr[0] = 10;
-    a.addr[3] = last;
-    a.port = htons(1720);
-    return a;
-}
 
 } // namespace
 
@@ -32,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     fuzzhost::Configure(data[0], data[1]);
 
-    sockaddr_type a = Address(1), b = Address(2), c = Address(3), d = Address(4);
+    sockaddr_type a = fuzzhost::Address(1, 1720), b = fuzzhost::Address(2, 1720),
+                  c = fuzzhost::Address(3, 1720), d = fuzzhost::Address(4, 1720);
     H225TranslatorContext* call = h323xlate_h225_create(nullptr, &a, &b, &c, &d);
 
     fuzzhost::RecordReader reader(data + 2, size - 2);

@@ -6,6 +6,8 @@
 
 #include <voipfilter/voipfilter.h>
 
+#include <arpa/inet.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -23,6 +25,17 @@ enum : uint8_t {
     kRewriteNotify = 1 << 6,
     kCloseChannels = 1 << 7,
 };
+
+// 10.0.0.<last>:<port>, the addresses every fuzzed call or association is created with.
+inline sockaddr_type Address(uint8_t last, uint16_t port) {
+    sockaddr_type a;
+    std::memset(&a, 0, sizeof a);
+    a.family = VOIPXLATE_FAMILY_IPV4;
+    a.addr[0] = 10;
+    a.addr[3] = last;
+    a.port = htons(port);
+    return a;
+}
 
 inline uint8_t& Policy() {
     static uint8_t policy = 0;

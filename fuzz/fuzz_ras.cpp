@@ -9,24 +9,12 @@
 
 #include <voipfilter/voipfilter.h>
 
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <vector>
 
 namespace {
 
 constexpr size_t kMaxInput = 7000;
-
-sockaddr_type Address(uint8_t last, uint16_t port) {
-    sockaddr_type a;
-    std::memset(&a, 0, sizeof a);
-    a.family = VOIPXLATE_FAMILY_IPV4;
-    a.addr[0] = 10;
-    a.addr[3] = last;
-    a.port = htons(port);
-    return a;
-}
 
 void TranslateAddr(void*, int, const sockaddr_type* found, sockaddr_type* replacement,
                    void** mapping) {
@@ -45,8 +33,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     fuzzhost::Configure(data[0], data[1]);
 
-    sockaddr_type a = Address(1, 1719), b = Address(2, 1719), c = Address(3, 1719),
-                  d = Address(4, 1719);
+    sockaddr_type a = fuzzhost::Address(1, 1719), b = fuzzhost::Address(2, 1719),
+                  c = fuzzhost::Address(3, 1719), d = fuzzhost::Address(4, 1719);
     RASTranslatorContext* ras = h323xlate_ras_create(nullptr, &a, &b, &c, &d);
 
     fuzzhost::RecordReader reader(data + 2, size - 2);

@@ -6,22 +6,10 @@
 
 #include <voipfilter/voipfilter.h>
 
-#include <arpa/inet.h>
-
 #include <cstring>
 #include <vector>
 
 namespace {
-
-sockaddr_type Address(uint8_t last, uint16_t port) {
-    sockaddr_type a;
-    std::memset(&a, 0, sizeof a);
-    a.family = VOIPXLATE_FAMILY_IPV4;
-    a.addr[0] = 10;
-    a.addr[3] = last;
-    a.port = htons(port);
-    return a;
-}
 
 // Dialogs that never see a BYE answer stay in the table by design; between inputs the harness
 // removes them so that a long run measures the translator, not an ever-growing table.
@@ -38,8 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         return 0;
     fuzzhost::Configure(data[0], data[1]);
 
-    sockaddr_type a = Address(1, 5060), b = Address(2, 5060), c = Address(3, 5060),
-                  d = Address(4, 5060);
+    sockaddr_type a = fuzzhost::Address(1, 5060), b = fuzzhost::Address(2, 5060),
+                  c = fuzzhost::Address(3, 5060), d = fuzzhost::Address(4, 5060);
     SIPConnection* connection = sipxlate_create(nullptr, &a, &b, &c, &d);
 
     fuzzhost::RecordReader reader(data + 2, size - 2);

@@ -4,6 +4,7 @@
 // translators touch (message type, addresses, ports, fast-start count) read as we wrote them.
 // Skipped when tshark is not installed.
 #include "pdu_corpus.h"
+#include "tshark_support.h"
 
 #include "modules/h323_messages.h"
 
@@ -21,73 +22,6 @@ using namespace H323_MESSAGES;
 namespace MSC = MULTIMEDIA_SYSTEM_CONTROL;
 
 namespace {
-
-bool HaveTshark() {
-    return std::system("tshark -v > /dev/null 2>&1") == 0;
-}
-
-// A pcap file of the given PDUs, link type DLT_USER0 (147), one PDU per frame.
-class PcapFile {
-public:
-    PcapFile() {
-        std::string pattern = ::testing::TempDir() + "modules-XXXXXX";
-        std::vector<char> name(pattern.begin(), pattern.end());
-        name.push_back('\0');
-        int fd = mkstemp(name.data());
-        if (fd >= 0)
-            close(fd);
-        path_ = name.data();
-    }
-    ~PcapFile() { std::remove(path_.c_str()); }
-    PcapFile(const PcapFile&) = delete;
-    PcapFile& operator=(const PcapFile&) = delete;
-
-    const std::string& path() const { return path_; }
-
-    void Write(const std::vector<std::vector<unsigned char>>& pdus) const {
-        std::ofstream out(path_, std::ios::binary);
-        const unsigned header[] = {0xa1b2c3d4u, 0x00040002u, 0, 0, 65535, 147};
-        out.write(reinterpret_cast<const char*>(header), sizeof header);
-        for (const std::vector<unsigned char>& pdu : pdus) {
-            const unsigned record[] = {0, 0, static_cast<unsigned>(pdu.size()),
-                                       static_cast<unsigned>(pdu.size())};
-            out.write(reinterpret_cast<const char*>(record), sizeof record);
-            out.write(reinterpret_cast<const char*>(pdu.data()),
-                      static_cast<std::streamsize>(pdu.size()));
-        }
-    }
-
-private:
-    std::string path_;
-};
-
-// tshark's fields, one line per frame, '|' between fields; dissector is "h225", "h225.ras" or
-// "h245dg".
-std::vector<std::string> Tshark(const PcapFile& file, const std::string& dissector,
-                                const std::vector<std::string>& fields) {
-    std::string command = "tshark -r '" + file.path() +
-                          "' -o 'uat:user_dlts:\"User 0 (DLT=147)\",\"" + dissector +
-                          "\",\"0\",\"\",\"0\",\"\"' -T fields -E separator='|' "
-                          "-E aggregator=',' -e _ws.expert.message";
-    for (const std::string& f : fields)
-        command += " -e " + f;
-    command += " 2>/dev/null";
-    std::vector<std::string> lines;
-    FILE* pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr)
-        return lines;
-    std::string line;
-    for (int c; (c = std::fgetc(pipe)) != EOF;) {
-        if (c == '\n') {
-            lines.push_back(line);
-            line.clear();
-        } else {
-            line += static_cast<char>(c);
-        }
-    }
-    pclose(pipe);
-    return lines;
-}
 
 template <class T> std::vector<unsigned char> Encode(T& value) {
     std::vector<unsigned char> out(4096);
@@ -124,7 +58,7 @@ void Rewrite(MSC::H2250LogicalChannelParameters& h2250, unsigned i) {
 class TsharkAgreement : public ::testing::Test {
 protected:
     void SetUp() override {
-        if (!HaveTshark())
+        if (!tshark::Available())
             GTEST_SKIP() << "tshark is not installed; the independent decoder check needs it";
     }
 };
@@ -156,9 +90,9 @@ TEST_F(TsharkAgreement, ReencodedCorpusDissectsCleanly) {
                 {"h245dg", h245, "h245.pdu_type"}};
     for (const Run& run : runs) {
         SCOPED_TRACE(run.dissector);
-        PcapFile file;
+        tshark::UserPcap file;
         file.Write(run.pdus);
-        std::vector<std::string> lines = Tshark(file, run.dissector, {run.field});
+        std::vector<std::string> lines = tshark::Fields(file, run.dissector, {run.field});
         ASSERT_EQ(lines.size(), run.pdus.size());
         for (size_t i = 0; i < lines.size(); ++i) {
             // No expert message, and the message type was read.
@@ -197,12 +131,12 @@ TEST_F(TsharkAgreement, RewrittenSetupReadsAsWritten) {
         }
         ASN1::ASNEncode(olc, fastStart[i]);
     }
-    PcapFile file;
+    tshark::UserPcap file;
     file.Write({Encode(info)});
     std::vector<std::string> lines =
-        Tshark(file, "h225",
-               {"h225.h323_message_body", "h225.ipV4", "h225.ipV4_port", "h225.FastStart_item",
-                "h245.ip4_network", "h245.tsapIdentifier"});
+        tshark::Fields(file, "h225",
+                       {"h225.h323_message_body", "h225.ipV4", "h225.ipV4_port",
+                        "h225.FastStart_item", "h245.ip4_network", "h245.tsapIdentifier"});
     ASSERT_EQ(lines.size(), 1u);
     // No expert message; setup (0); the two new signalling addresses; six proposals (tshark
     // lists their lengths); and the new media addresses: a receive proposal carries its RTCP
@@ -248,11 +182,12 @@ TEST_F(TsharkAgreement, BuiltOpenLogicalChannelReadsAsWritten) {
     std::vector<unsigned char> bytes = Encode(message);
     // The corpus holds the same message as written by an independent encoder.
     EXPECT_EQ(Hex(bytes), Hex(LoadPdu("synth-h245_olc-h245.bin").bytes));
-    PcapFile file;
+    tshark::UserPcap file;
     file.Write({bytes});
-    std::vector<std::string> lines = Tshark(file, "h245dg",
-                                            {"h245.forwardLogicalChannelNumber", "h245.sessionID",
-                                             "h245.ip4_network", "h245.tsapIdentifier"});
+    std::vector<std::string> lines =
+        tshark::Fields(file, "h245dg",
+                       {"h245.forwardLogicalChannelNumber", "h245.sessionID", "h245.ip4_network",
+                        "h245.tsapIdentifier"});
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], "|101|1|10.0.0.5|5001");
 }
@@ -270,10 +205,10 @@ TEST_F(TsharkAgreement, RewrittenRegistrationRequestReadsAsWritten) {
     TransportAddress_ipAddress& rasAddress = rrq.ref_rasAddress()[0].ref_ipAddress();
     SetIp(rasAddress.ref_ip(), {192, 0, 2, 1});
     rasAddress.ref_port() = 1819;
-    PcapFile file;
+    tshark::UserPcap file;
     file.Write({Encode(ras)});
     std::vector<std::string> lines =
-        Tshark(file, "h225.ras", {"h225.RasMessage", "h225.ipV4", "h225.ipV4_port"});
+        tshark::Fields(file, "h225.ras", {"h225.RasMessage", "h225.ipV4", "h225.ipV4_port"});
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_EQ(lines[0], "|3|192.0.2.1,192.0.2.1|1820,1819");
 }
