@@ -151,17 +151,17 @@ enum voipxlate_slot {
     VOIPXLATE_CLOSE_RTP_CHANNEL = 2,     /* voipxlate_close_channel_function */
     VOIPXLATE_ALLOW_CODEC = 3,           /* voipxlate_allow_codec_function */
     VOIPXLATE_OPEN_H245_CHANNEL = 4,     /* voipxlate_open_h245_channel_function */
-    VOIPXLATE_SPARE_5 = 5,               /* never called */
-    VOIPXLATE_SPARE_6 = 6,               /* never called */
-    VOIPXLATE_SPARE_7 = 7,               /* never called */
+    VOIPXLATE_SPARE_5 = 5,               /* voipxlate_spare_function */
+    VOIPXLATE_SPARE_6 = 6,               /* voipxlate_spare_function */
+    VOIPXLATE_SPARE_7 = 7,               /* voipxlate_spare_function */
     VOIPXLATE_CALL_INFORMATION = 8,      /* voipxlate_call_information_function */
     VOIPXLATE_REWRITE_NOTIFY = 9,        /* voipxlate_rewrite_notify_function */
     VOIPXLATE_TRANSLATE_ADDR = 10,       /* voipxlate_translate_addr_function */
     VOIPXLATE_REMOVE_MAPPING = 11,       /* voipxlate_remove_mapping_function */
     VOIPXLATE_TRANSLATE_MEDIA_ADDR = 12, /* voipxlate_translate_media_addr_function */
-    VOIPXLATE_SPARE_13 = 13,             /* never called */
+    VOIPXLATE_SPARE_13 = 13,             /* voipxlate_spare_function */
     VOIPXLATE_CALL_ON_HOLD = 14,         /* voipxlate_call_on_hold_function */
-    VOIPXLATE_OPEN_IM_CHANNEL = 15,      /* voipxlate_open_channel_function */
+    VOIPXLATE_OPEN_IM_CHANNEL = 15,      /* voipxlate_open_im_channel_function */
     VOIPXLATE_SLOT_COUNT = 16
 };
 
@@ -179,6 +179,12 @@ typedef void (*voipxlate_log_function)(void* ctx, const char* file, int line, in
 typedef int (*voipxlate_open_channel_function)(void* ctx, int direction,
                                                voipxlate_mediasessioninformation* session,
                                                int32_t* handle);
+
+/** Slot 15, openIMChannelFunction: as slot 1, for a message-session (MSRP) media line. */
+typedef voipxlate_open_channel_function voipxlate_open_im_channel_function;
+
+/** Slots 5, 6, 7 and 13 are spare: the library never calls them. */
+typedef voipxlate_function voipxlate_spare_function;
 
 /** Slot 2, closeRTPChannelFunction: close a channel (direction 1 forward handle, 0 reverse). */
 typedef int (*voipxlate_close_channel_function)(void* ctx, int32_t handle, int direction);
