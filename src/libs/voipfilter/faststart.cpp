@@ -182,24 +182,42 @@ H2250LogicalChannelParameters* ReplyParameters(const FastStartElement& element, 
 
 } // namespace
 
+voipxlate_mediasessioninformation*
+H225TranslatorContext::MatchFastStartReply(int pass, OpenLogicalChannel& olc,
+                                           H2250LogicalChannelParameters** parameters) {
+    const FastStartElement element = ClassifyFastStartElement(olc);
+    if (element.parameters == nullptr || element.dataType == nullptr) {
+        VF_LOG(HostContext(), logsource::kH245, 1) << "H.245\tMalformed fastStart reply";
+        return nullptr;
+    }
+    *parameters = ReplyParameters(element, pass);
+    if (*parameters == nullptr)
+        return nullptr;
+    voipxlate_mediasessioninformation* session =
+        FindSession((*parameters)->get_sessionID().getValue());
+    if (session == nullptr) {
+        VF_LOG(HostContext(), logsource::kH245, 2) << "H.245\tfastStart reply not matched to offer";
+    }
+    return session;
+}
+
+int H225TranslatorContext::RewriteFastStartReply(const voipxlate_mediasessioninformation& session,
+                                                 H2250LogicalChannelParameters& parameters) {
+    VF_LOG(HostContext(), logsource::kH245, 3)
+        << "H.245\tfastStart reply for session " << session.sessionID << " translated from "
+        << session.reverseRTP << " to " << session.reverseRTPTranslated;
+    WriteMediaAddresses(parameters, session.reverseRTPTranslated, session.reverseRTCPTranslated);
+    return 1;
+}
+
 int H225TranslatorContext::TranslateFastStartReply(int pass, bool /*fromOriginator: the reply
                                                                    always comes from the callee*/
                                                    ,
                                                    OpenLogicalChannel& olc) {
-    const FastStartElement element = ClassifyFastStartElement(olc);
-    if (element.parameters == nullptr || element.dataType == nullptr) {
-        VF_LOG(HostContext(), logsource::kH245, 1) << "H.245\tMalformed fastStart reply";
+    H2250LogicalChannelParameters* parameters = nullptr;
+    voipxlate_mediasessioninformation* session = MatchFastStartReply(pass, olc, &parameters);
+    if (session == nullptr)
         return 0;
-    }
-    H2250LogicalChannelParameters* parameters = ReplyParameters(element, pass);
-    if (parameters == nullptr)
-        return 0;
-    const int sessionID = parameters->get_sessionID().getValue();
-    voipxlate_mediasessioninformation* session = FindSession(sessionID);
-    if (session == nullptr) {
-        VF_LOG(HostContext(), logsource::kH245, 2) << "H.245\tfastStart reply not matched to offer";
-        return 0;
-    }
     session->flags |= VOIPXLATE_SESSION_ANSWERED;
 
     sockaddr_type rtp, rtcp;
@@ -208,7 +226,7 @@ int H225TranslatorContext::TranslateFastStartReply(int pass, bool /*fromOriginat
         // RTCP address is the caller's concern and is not read.
         if (!parameters->mediaChannel_isPresent()) {
             VF_LOG(HostContext(), logsource::kH245, 3)
-                << "H.245\toutgoing OLC for " << sessionID << " contains no addresses";
+                << "H.245\toutgoing OLC for " << session->sessionID << " contains no addresses";
             return 0;
         }
         DecodeH245TransportAddress(parameters->get_mediaChannel(), rtp);
@@ -225,40 +243,22 @@ int H225TranslatorContext::TranslateFastStartReply(int pass, bool /*fromOriginat
     }
     if (RequestMediaChannel(session, false, rtp, rtcp) < 0)
         return -1;
-    VF_LOG(HostContext(), logsource::kH245, 3)
-        << "H.245\tfastStart reply for session " << sessionID << " translated from "
-        << session->reverseRTP << " to " << session->reverseRTPTranslated;
-    WriteMediaAddresses(*parameters, session->reverseRTPTranslated, session->reverseRTCPTranslated);
-    return 1;
+    return RewriteFastStartReply(*session, *parameters);
 }
 
 int H225TranslatorContext::RetranslateFastStartReply(int pass, bool /*fromOriginator*/,
                                                      OpenLogicalChannel& olc) {
-    const FastStartElement element = ClassifyFastStartElement(olc);
-    if (element.parameters == nullptr || element.dataType == nullptr) {
-        VF_LOG(HostContext(), logsource::kH245, 1) << "H.245\tMalformed fastStart reply";
+    H2250LogicalChannelParameters* parameters = nullptr;
+    voipxlate_mediasessioninformation* session = MatchFastStartReply(pass, olc, &parameters);
+    if (session == nullptr)
         return 0;
-    }
-    H2250LogicalChannelParameters* parameters = ReplyParameters(element, pass);
-    if (parameters == nullptr)
-        return 0;
-    const int sessionID = parameters->get_sessionID().getValue();
-    voipxlate_mediasessioninformation* session = FindSession(sessionID);
-    if (session == nullptr) {
-        VF_LOG(HostContext(), logsource::kH245, 2) << "H.245\tfastStart reply not matched to offer";
-        return 0;
-    }
     if (!(session->flags & VOIPXLATE_SESSION_ANSWERED)) {
         VF_LOG(HostContext(), logsource::kH245, 2)
             << "H.245\tfastStart reply to offer that hasn't been accepted";
         return 0;
     }
     // A retransmitted answer gets the addresses of the first one; the host is not asked again.
-    VF_LOG(HostContext(), logsource::kH245, 3)
-        << "H.245\tfastStart reply for session " << sessionID << " translated from "
-        << session->reverseRTP << " to " << session->reverseRTPTranslated;
-    WriteMediaAddresses(*parameters, session->reverseRTPTranslated, session->reverseRTCPTranslated);
-    return 1;
+    return RewriteFastStartReply(*session, *parameters);
 }
 
 void H225TranslatorContext::RefuseFastStart() {

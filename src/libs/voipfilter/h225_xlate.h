@@ -115,6 +115,15 @@ private:
     voipxlate_mediasessioninformation*
     FindOrCreateSession(int sessionID, const MULTIMEDIA_SYSTEM_CONTROL::DataType* dataType);
     voipxlate_mediasessioninformation* FindSession(int sessionID);
+    // The first steps of both fast-start reply translations: classify the element, keep it only
+    // in its own pass, find its offered session. Null (after logging) when the element is left
+    // as it is; otherwise *parameters holds the element's session parameters.
+    voipxlate_mediasessioninformation*
+    MatchFastStartReply(int pass, MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel& olc,
+                        MULTIMEDIA_SYSTEM_CONTROL::H2250LogicalChannelParameters** parameters);
+    // Writes the session's translated reverse addresses into a reply element. Returns 1.
+    int RewriteFastStartReply(const voipxlate_mediasessioninformation& session,
+                              MULTIMEDIA_SYSTEM_CONTROL::H2250LogicalChannelParameters& parameters);
     // Hands a T.120 separate-stack address to the host and writes the answer back.
     int TranslateT120Address(bool fromOriginator,
                              MULTIMEDIA_SYSTEM_CONTROL::NetworkAccessParameters& separateStack,
