@@ -257,6 +257,37 @@ TEST(PerLength, UnconstrainedBoundaries) {
     }
 }
 
+// An open type is written in place with its length moved in front afterwards: a partial octet
+// before it is padded, a long contents gets a two-octet length, and contents that fail to encode
+// leave the output (and the bit position) as they were.
+TEST(PerOpenType, LengthMovedInFrontOfContents) {
+    std::vector<char> out;
+    PEREncoder encoder(out, true);
+    encoder.encodeSingleBit(true);
+    Int0to255 seven;
+    seven = 7;
+    ASSERT_TRUE(encoder.encodeAnyType(&seven));
+    encoder.encodeSingleBit(true);
+    EXPECT_EQ("80010780", toHex(out));
+
+    const OCTET_STRING longContents(200, 'Z');
+    ASSERT_TRUE(encoder.encodeAnyType(&longContents));
+    std::string expected = "80010780"
+                           "80ca"
+                           "80c8";
+    for (int i = 0; i < 200; ++i)
+        expected += "5a";
+    EXPECT_EQ(expected, toHex(out));
+
+    out.clear();
+    encoder.byteAlign();
+    encoder.encodeSingleBit(true);
+    CHOICE unselected(&choice3Info);
+    EXPECT_FALSE(encoder.encodeAnyType(&unselected));
+    encoder.encodeSingleBit(true);
+    EXPECT_EQ("c0", toHex(out));
+}
+
 TEST(PerLength, DecoderReadsUpTo16383AndRefusesFragments) {
     const std::vector<char> max = fromHex("bfff");
     PERDecoder decoder(max.data(), max.data() + max.size());

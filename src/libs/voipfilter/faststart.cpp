@@ -7,6 +7,7 @@
 #include "voip_translator.h"
 
 #include <arpa/inet.h>
+#include <vector>
 
 using namespace MULTIMEDIA_SYSTEM_CONTROL;
 
@@ -21,7 +22,9 @@ int H225TranslatorContext::TranslateFastStartRequest(OctetStringList& fastStart)
     auto allowCodec =
         VoIPTranslator::Current().Callback<voipxlate_allow_codec_function>(VOIPXLATE_ALLOW_CODEC);
     int result = 0;
-    OctetStringList kept;
+    // Elements that are neither decodable nor allowed leave the proposal; they are removed at
+    // the end, and only when the translation as a whole succeeds.
+    std::vector<unsigned> dropped;
     for (unsigned i = 0; i < fastStart.size() && result >= 0; ++i) {
         const unsigned number = i + kFirstElement;
         ASN1::OCTET_STRING& element = fastStart[i];
@@ -29,6 +32,7 @@ int H225TranslatorContext::TranslateFastStartRequest(OctetStringList& fastStart)
         if (ASN1::ASNDecode(element, olc) < 0) {
             VF_LOG(HostContext(), logsource::kH245, 1)
                 << "H.225\tcannot decode fastStart request " << number;
+            dropped.push_back(i);
             continue;
         }
         if (allowCodec != nullptr) {
@@ -37,6 +41,7 @@ int H225TranslatorContext::TranslateFastStartRequest(OctetStringList& fastStart)
             if (allowCodec(HostContext(), kind, name) == 0) {
                 VF_LOG(HostContext(), logsource::kH245, 2)
                     << "H.245\tCodec " << name << " in fastStart request was filtered out";
+                dropped.push_back(i);
                 continue;
             }
         }
@@ -60,11 +65,11 @@ int H225TranslatorContext::TranslateFastStartRequest(OctetStringList& fastStart)
             VF_LOG(HostContext(), logsource::kH245, 2)
                 << "H.225\tfastStart request " << number << " not translated";
         }
-        kept.push_back(element);
     }
-    if (result < 0 || kept.size() == fastStart.size())
+    if (result < 0 || dropped.empty())
         return result;
-    fastStart.swap(kept);
+    for (auto it = dropped.rbegin(); it != dropped.rend(); ++it)
+        fastStart.erase(fastStart.begin() + *it, fastStart.begin() + *it + 1);
     return 1;
 }
 

@@ -169,7 +169,7 @@ unsigned PERDecoder::decodeBlock(char* destination, unsigned count) {
     return count;
 }
 
-bool PERDecoder::decodeBitMap(std::vector<char>& bits, unsigned nBits) {
+bool PERDecoder::decodeBitMap(char* bits, unsigned nBits) {
     unsigned index = 0;
     unsigned value;
     for (; nBits >= 8; nBits -= 8) {
@@ -350,7 +350,7 @@ bool PERDecoder::do_visit(BIT_STRING& value) {
         return decodeBlock(value.getData().data(), octets) == octets;
     }
     // Deliberately not X.691 16.10: bit strings of up to 16 bits are never aligned.
-    return decodeBitMap(value.getData(), bits);
+    return decodeBitMap(value.getData().data(), bits);
 }
 
 bool PERDecoder::do_visit(AbstractString& value) {
@@ -501,7 +501,7 @@ int PERDecoder::preVisitExtensionRoots(SEQUENCE& seq) {
             return 0;
         extended = decodeSingleBit();
     }
-    if (!decodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size()))
+    if (!decodeBitMap(seq.optionalMap_.bytes().data(), seq.optionalMap_.size()))
         return 0;
     return extended ? 3 : 2;
 }
@@ -523,7 +523,7 @@ int PERDecoder::preVisitExtensions(SEQUENCE& seq) {
         return 0;
     ++n;
     seq.extensionMap_.resize(n);
-    return decodeBitMap(seq.extensionMap_.bytes(), n) ? 3 : 0;
+    return decodeBitMap(seq.extensionMap_.bytes().data(), n) ? 3 : 0;
 }
 
 int PERDecoder::visitKnownExtension(SEQUENCE& seq, int position, int optionalIndex) {

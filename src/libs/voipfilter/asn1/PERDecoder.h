@@ -45,7 +45,7 @@ public:
     int decodeUnsigned(unsigned lower, unsigned upper, unsigned& value);
     // Number of bytes copied, which callers compare with count.
     unsigned decodeBlock(char* destination, unsigned count);
-    bool decodeBitMap(std::vector<char>& bits, unsigned nBits);
+    bool decodeBitMap(char* bits, unsigned nBits); // bits: ceil(nBits / 8) bytes
     bool decodeChoicePreamle(CHOICE& choice, memento_type& memento);
 
 private:

@@ -1,6 +1,7 @@
 // Aligned (and unaligned) PER encoding, X.691, mirroring PERDecoder and each of its departures.
 #include "asn1/PEREncoder.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -63,7 +64,7 @@ void PEREncoder::encodeBlock(const char* data, unsigned count) {
     outputBuffer.insert(outputBuffer.end(), data, data + count);
 }
 
-void PEREncoder::encodeBitMap(const std::vector<char>& bits, unsigned nBits) {
+void PEREncoder::encodeBitMap(const char* bits, unsigned nBits) {
     unsigned index = 0;
     for (; nBits >= 8; nBits -= 8)
         encodeMultiBit(static_cast<unsigned char>(bits[index++]), 8);
@@ -160,17 +161,30 @@ bool PEREncoder::encodeConstrainedLength(const ConstrainedObject& object, unsign
 
 // X.691 10.2: the value encoded on its own (always aligned), then as a length-prefixed octet
 // string. An empty encoding becomes the single octet 0x00.
+// The contents are written in place, as a fresh aligned encoding starting on an octet boundary,
+// and the length determinant, known only afterwards, is then rotated in front of them. A value
+// that fails leaves the output as it was.
 bool PEREncoder::encodeAnyType(const AbstractData* value) {
-    std::vector<char> octets;
-    PEREncoder inner(octets, true);
-    inner.depth = depth;
-    if (value != nullptr && !inner.encodeNested(*value))
+    const std::size_t start = outputBuffer.size();
+    const std::uint16_t savedOffset = bitOffset;
+    const bool savedAligned = alignedFlag;
+    byteAlign();
+    alignedFlag = true;
+    const bool ok = value == nullptr || encodeNested(*value);
+    alignedFlag = savedAligned;
+    if (!ok) {
+        outputBuffer.resize(start);
+        bitOffset = savedOffset;
         return false;
-    if (octets.empty())
-        inner.encodeSingleBit(false);
-    if (!encodeLength(static_cast<unsigned>(octets.size()), 0, kUnconstrained))
+    }
+    if (outputBuffer.size() == start)
+        outputBuffer.push_back(0); // an empty encoding is one zero bit, padded
+    const std::size_t contents = outputBuffer.size();
+    if (!encodeLength(static_cast<unsigned>(contents - start), 0, kUnconstrained))
         return false;
-    encodeBlock(octets.data(), static_cast<unsigned>(octets.size()));
+    std::rotate(outputBuffer.begin() + static_cast<std::ptrdiff_t>(start),
+                outputBuffer.begin() + static_cast<std::ptrdiff_t>(contents), outputBuffer.end());
+    bitOffset = 8;
     return true;
 }
 
@@ -275,7 +289,7 @@ bool PEREncoder::do_visit(const BIT_STRING& value) {
         return true;
     }
     // Deliberately not X.691 16.10: bit strings of up to 16 bits are never aligned.
-    encodeBitMap(value.getData(), bits);
+    encodeBitMap(value.getData().data(), bits);
     return true;
 }
 
@@ -398,7 +412,7 @@ bool PEREncoder::do_visit(const GeneralizedTime& value) {
 bool PEREncoder::preVisitExtensionRoots(const SEQUENCE& seq) {
     if (seq.extendable())
         encodeSingleBit(seq.extensionMap_.any());
-    encodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size());
+    encodeBitMap(seq.optionalMap_.bytes().data(), seq.optionalMap_.size());
     return true;
 }
 
@@ -411,7 +425,7 @@ bool PEREncoder::visitExtensionRoot(const SEQUENCE& seq, int position) {
 bool PEREncoder::preVisitExtensions(const SEQUENCE& seq) {
     const unsigned n = seq.extensionMap_.size();
     encodeSmallUnsigned(n - 1);
-    encodeBitMap(seq.extensionMap_.bytes(), n);
+    encodeBitMap(seq.extensionMap_.bytes().data(), n);
     return true;
 }
 

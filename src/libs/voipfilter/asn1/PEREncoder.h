@@ -22,7 +22,7 @@ public:
     void encodeMultiBit(unsigned value, unsigned nBits);
     void encodeByte(unsigned value);
     void encodeBlock(const char* data, unsigned count);
-    void encodeBitMap(const std::vector<char>& bits, unsigned nBits);
+    void encodeBitMap(const char* bits, unsigned nBits); // bits: ceil(nBits / 8) bytes
     void encodeSmallUnsigned(unsigned value);
     bool encodeLength(unsigned length, unsigned lower, unsigned upper);
     bool encodeUnsigned(unsigned value, unsigned lower, unsigned upper);

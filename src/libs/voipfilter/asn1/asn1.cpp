@@ -20,15 +20,6 @@ void assertionFailed(const char* expr, const char* file, unsigned line, const ch
 const unsigned MaximumStringSize = 16384;
 const unsigned MaximumArraySize = 128;
 
-unsigned CountBits(unsigned n) {
-    if (n == 0)
-        return 32;
-    unsigned bits = 0;
-    while (bits < 32 && (std::uint64_t{1} << bits) < n)
-        ++bits;
-    return bits;
-}
-
 int lexicographic_compare_bytes(const char* a, const char* aEnd, const char* b, const char* bEnd) {
     for (; a != aEnd && b != bEnd; ++a, ++b) {
         const signed char x = static_cast<signed char>(*a);
@@ -771,7 +762,7 @@ bool CHOICE::isStrictlyValid() const {
 }
 
 // ------------------------------------------------------------------------------------------------
-SEQUENCE::FieldVector::FieldVector(const FieldVector& other) : std::vector<AbstractData*>() {
+SEQUENCE::FieldVector::FieldVector(const FieldVector& other) : FieldSlots() {
     reserve(other.size());
     for (AbstractData* field : other)
         push_back(field ? field->clone() : nullptr);

@@ -4,6 +4,8 @@
 #ifndef VOIPFILTER_ASN1_ASN1_H
 #define VOIPFILTER_ASN1_ASN1_H
 
+#include "asn1/pool.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
@@ -32,7 +34,12 @@ extern const unsigned MaximumArraySize; // 128
 constexpr unsigned MaximumNestingDepth = 64;
 
 // Least b (0..32) with 2^b >= n; 32 for n = 0 (a range that wrapped around).
-unsigned CountBits(unsigned n);
+inline unsigned CountBits(unsigned n) {
+    if (n <= 1)
+        return n == 0 ? 32 : 0;
+    // 2^b >= n exactly when 2^b > n - 1: the bit length of n - 1.
+    return 32u - static_cast<unsigned>(__builtin_clz(n - 1));
+}
 
 class AbstractData;
 class Null;
@@ -67,7 +74,8 @@ enum ConstraintType : unsigned {
 };
 
 namespace detail {
-// Per-kind allocation hook. Plain operator new serves; the class marks where a pool would go.
+// Per-kind allocation marker. Every kind shares the one small-block pool, which AbstractData's
+// own operator new and delete draw on; the marker itself adds nothing.
 template <class Kind> class Allocator {};
 } // namespace detail
 
@@ -79,6 +87,13 @@ int lexicographic_compare_bytes(const char* a, const char* aEnd, const char* b, 
 class AbstractData {
 public:
     virtual ~AbstractData() = default;
+
+    // Values are recycled through the small-block pool. The sized delete receives the size of
+    // the dynamic type (the destructor is virtual), which selects the block's size class.
+    static void* operator new(std::size_t size) { return detail::PoolAllocate(size); }
+    static void operator delete(void* block, std::size_t size) noexcept {
+        detail::PoolRelease(block, size);
+    }
 
     int compare(const AbstractData& other) const { return do_compare(other); }
     AbstractData* clone() const { return do_clone(); }
@@ -730,13 +745,14 @@ public:
         const char* const* fieldNames;
     };
 
-    class FieldVector : public std::vector<AbstractData*> {
+    typedef std::vector<AbstractData*, detail::PoolAllocator<AbstractData*>> FieldSlots;
+    class FieldVector : public FieldSlots {
     public:
         FieldVector() = default;
         FieldVector(const FieldVector& other);
         FieldVector& operator=(const FieldVector&) = delete;
         ~FieldVector();
-        void swap(FieldVector& other) { std::vector<AbstractData*>::swap(other); }
+        void swap(FieldVector& other) { FieldSlots::swap(other); }
     };
 
     class BitMap {
@@ -749,12 +765,13 @@ public:
         void clear(unsigned i);
         void swap(BitMap& other);
         bool any() const;
-        std::vector<char>& bytes() { return bitData; }
-        const std::vector<char>& bytes() const { return bitData; }
+        typedef std::vector<char, detail::PoolAllocator<char>> Bytes;
+        Bytes& bytes() { return bitData; }
+        const Bytes& bytes() const { return bitData; }
 
     private:
         unsigned totalBits;
-        std::vector<char> bitData;
+        Bytes bitData;
     };
 
     explicit SEQUENCE(const void* info);
@@ -810,7 +827,7 @@ public:
         unsigned upperLimit;
         const void* elementInfo;
     };
-    typedef std::vector<AbstractData*> Container;
+    typedef std::vector<AbstractData*, detail::PoolAllocator<AbstractData*>> Container;
     typedef Container::iterator iterator;
     typedef Container::const_iterator const_iterator;
 
