@@ -1,7 +1,6 @@
 // Aligned (and unaligned) PER encoding, X.691, mirroring PERDecoder and each of its departures.
 #include "asn1/PEREncoder.h"
 
-#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -182,8 +181,14 @@ bool PEREncoder::encodeAnyType(const AbstractData* value) {
     const std::size_t contents = outputBuffer.size();
     if (!encodeLength(static_cast<unsigned>(contents - start), 0, kUnconstrained))
         return false;
-    std::rotate(outputBuffer.begin() + static_cast<std::ptrdiff_t>(start),
-                outputBuffer.begin() + static_cast<std::ptrdiff_t>(contents), outputBuffer.end());
+    // The determinant of an encodable length is one or two octets (longer ones abort above).
+    char* base = outputBuffer.data();
+    const std::size_t prefixSize = outputBuffer.size() - contents;
+    char prefix[2];
+    ASN1_ASSERT(prefixSize <= sizeof prefix);
+    std::memcpy(prefix, base + contents, prefixSize);
+    std::memmove(base + start + prefixSize, base + start, contents - start);
+    std::memcpy(base + start, prefix, prefixSize);
     bitOffset = 8;
     return true;
 }

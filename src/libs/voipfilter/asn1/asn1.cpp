@@ -781,20 +781,6 @@ void SEQUENCE::BitMap::resize(unsigned n) {
         bitData[n / 8] = static_cast<char>(bitData[n / 8] & (0xFF00 >> (n % 8)));
 }
 
-bool SEQUENCE::BitMap::operator[](unsigned i) const {
-    return i < totalBits && (bitData[i / 8] & (0x80 >> (i % 8))) != 0;
-}
-
-void SEQUENCE::BitMap::set(unsigned i) {
-    if (i < totalBits)
-        bitData[i / 8] = static_cast<char>(bitData[i / 8] | (0x80 >> (i % 8)));
-}
-
-void SEQUENCE::BitMap::clear(unsigned i) {
-    if (i < totalBits)
-        bitData[i / 8] = static_cast<char>(bitData[i / 8] & ~(0x80 >> (i % 8)));
-}
-
 void SEQUENCE::BitMap::swap(BitMap& other) {
     std::swap(totalBits, other.totalBits);
     bitData.swap(other.bitData);
@@ -808,10 +794,11 @@ bool SEQUENCE::BitMap::any() const {
     return false;
 }
 
-SEQUENCE::SEQUENCE(const void* info) : AbstractData(info) {
+SEQUENCE::SEQUENCE(const void* info)
+    : AbstractData(info), fields(static_cast<const InfoType*>(info)->numFields +
+                                 static_cast<const InfoType*>(info)->knownExtensions),
+      optionalMap_(static_cast<const InfoType*>(info)->numOptional) {
     const InfoType* desc = this->info();
-    fields.resize(desc->numFields + desc->knownExtensions, nullptr);
-    optionalMap_.resize(desc->numOptional);
     for (unsigned i = 0; i < desc->numFields; ++i) {
         if (desc->fieldIds[i] == -1)
             fields[i] = AbstractData::create(desc->fieldInfos[i]);
@@ -853,12 +840,6 @@ AbstractData* SEQUENCE::do_clone() const {
 AbstractData* SEQUENCE::getField(unsigned pos) const {
     ASN1_ASSERT(pos < fields.size());
     return fields[pos];
-}
-
-bool SEQUENCE::hasOptionalField(unsigned optionalIndex) const {
-    if (optionalIndex < optionalMap_.size())
-        return optionalMap_[optionalIndex];
-    return extensionMap_[optionalIndex - optionalMap_.size()];
 }
 
 AbstractData* SEQUENCE::includeOptionalField(unsigned optionalIndex, unsigned fieldPosition) {

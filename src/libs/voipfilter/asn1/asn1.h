@@ -749,6 +749,7 @@ public:
     class FieldVector : public FieldSlots {
     public:
         FieldVector() = default;
+        explicit FieldVector(std::size_t slots) : FieldSlots(slots) {} // every slot null
         FieldVector(const FieldVector& other);
         FieldVector& operator=(const FieldVector&) = delete;
         ~FieldVector();
@@ -758,11 +759,21 @@ public:
     class BitMap {
     public:
         BitMap() : totalBits(0) {}
+        explicit BitMap(unsigned n)
+            : totalBits(n), bitData((static_cast<std::size_t>(n) + 7) / 8) {}
         unsigned size() const { return totalBits; }
         void resize(unsigned n);
-        bool operator[](unsigned i) const;
-        void set(unsigned i);
-        void clear(unsigned i);
+        bool operator[](unsigned i) const {
+            return i < totalBits && (bitData[i / 8] & (0x80 >> (i % 8))) != 0;
+        }
+        void set(unsigned i) {
+            if (i < totalBits)
+                bitData[i / 8] = static_cast<char>(bitData[i / 8] | (0x80 >> (i % 8)));
+        }
+        void clear(unsigned i) {
+            if (i < totalBits)
+                bitData[i / 8] = static_cast<char>(bitData[i / 8] & ~(0x80 >> (i % 8)));
+        }
         void swap(BitMap& other);
         bool any() const;
         typedef std::vector<char, detail::PoolAllocator<char>> Bytes;
@@ -786,7 +797,12 @@ public:
     unsigned getKnownExtensions() const { return info()->knownExtensions; }
     bool extendable() const { return info()->extendable; }
 
-    bool hasOptionalField(unsigned optionalIndex) const;
+    // Root optional fields are numbered first, then the known extensions.
+    bool hasOptionalField(unsigned optionalIndex) const {
+        if (optionalIndex < optionalMap_.size())
+            return optionalMap_[optionalIndex];
+        return extensionMap_[optionalIndex - optionalMap_.size()];
+    }
     AbstractData* includeOptionalField(unsigned optionalIndex, unsigned fieldPosition);
     void removeOptionalField(unsigned optionalIndex);
     void swap(SEQUENCE& other);

@@ -45,13 +45,12 @@ struct FreeBlock {
 };
 
 // Trivially destructible, so that it stays usable for the whole life of its thread: a value
-// freed by a later thread-exit or static destructor still finds it (and, the lists having been
-// emptied and closed, returns its block to the heap).
+// freed by a later thread-exit or static destructor still finds it (and, the room being zero by
+// then, returns its block to the heap).
 struct FreeLists {
     FreeBlock* head[kClasses];
-    std::size_t cachedBytes;
-    bool registered; // the thread's drain is registered
-    bool closed;     // the thread is exiting: no more caching
+    std::size_t room; // bytes the lists may still take; zero until the drain is scheduled
+    bool registered;  // the drain has been scheduled (or has run)
 };
 
 thread_local FreeLists lists;
@@ -67,55 +66,59 @@ struct Drain {
                 ::operator delete(block);
             }
         }
-        lists.cachedBytes = 0;
-        lists.closed = true;
+        lists.room = 0;
     }
 };
 
 thread_local Drain drain;
 
+// Size 0 wraps round to a class past the last, so it is served by the heap.
 std::size_t SizeClass(std::size_t size) {
-    return size == 0 ? 0 : (size - 1) / kGranule;
+    return (size - 1) / kGranule;
 }
 
 } // namespace
 
 void* PoolAllocate(std::size_t size) {
     const std::size_t sizeClass = SizeClass(size);
-    if (sizeClass < kClasses) {
-        FreeBlock* block = lists.head[sizeClass];
-        if (block != nullptr) {
-            lists.head[sizeClass] = block->next;
-            lists.cachedBytes -= (sizeClass + 1) * kGranule;
-            return block;
-        }
-        if (!lists.registered && !lists.closed) {
-            lists.registered = true;
-            drain.armed = true; // the first use schedules its destructor for this thread
-        }
-        return ::operator new((sizeClass + 1) * kGranule);
+    if (sizeClass >= kClasses)
+        return ::operator new(size);
+    FreeLists& local = lists;
+    FreeBlock* block = local.head[sizeClass];
+    if (block != nullptr) {
+        local.head[sizeClass] = block->next;
+        local.room += (sizeClass + 1) * kGranule;
+        return block;
     }
-    return ::operator new(size);
+    if (!local.registered) {
+        local.registered = true;
+        local.room = kPoolCacheLimit;
+        drain.armed = true; // the first use schedules its destructor for this thread
+    }
+    return ::operator new((sizeClass + 1) * kGranule);
 }
 
 void PoolRelease(void* block, std::size_t size) noexcept {
-    if (block == nullptr)
-        return;
     const std::size_t sizeClass = SizeClass(size);
     const std::size_t rounded = (sizeClass + 1) * kGranule;
-    if (sizeClass < kClasses && !lists.closed && lists.registered &&
-        lists.cachedBytes + rounded <= kPoolCacheLimit) {
+    FreeLists& local = lists;
+    if (sizeClass < kClasses && block != nullptr && rounded <= local.room) {
         FreeBlock* freed = static_cast<FreeBlock*>(block);
-        freed->next = lists.head[sizeClass];
-        lists.head[sizeClass] = freed;
-        lists.cachedBytes += rounded;
+        freed->next = local.head[sizeClass];
+        local.head[sizeClass] = freed;
+        local.room -= rounded;
         return;
     }
     ::operator delete(block);
 }
 
 std::size_t PoolCachedBytes() noexcept {
-    return lists.cachedBytes;
+    std::size_t bytes = 0;
+    for (std::size_t sizeClass = 0; sizeClass < kClasses; ++sizeClass) {
+        for (const FreeBlock* block = lists.head[sizeClass]; block != nullptr; block = block->next)
+            bytes += (sizeClass + 1) * kGranule;
+    }
+    return bytes;
 }
 
 bool PoolRecycles() noexcept {
