@@ -173,6 +173,9 @@ TEST(SIPText, ExtractTagTakesTheLastTagWithItsTail) {
         {"\"tag=1\" <sip:u1>;tag=2", "2"},
         {"<sip:u1>;tag=", ""},
         {"tag=", ""},
+        {"<sip:u1>;tag=a;tag=b", "b"},
+        {"<sip:u1>;xtag=5", "5"},
+        {"ag=1", ""},
     };
     for (const auto& c : cases)
         EXPECT_EQ(ExtractTag(c.value), c.tag) << c.value;
