@@ -310,6 +310,25 @@ TEST_F(FastStartTest, OfferElementsThatCannotBeTranslated) {
     EXPECT_EQ(1u, host().events.size());
 }
 
+TEST_F(FastStartTest, DroppedElementsLeaveTheOthersInOrder) {
+    host().refusedCodecs = {"PCMA"};
+    OctetStringList offer;
+    offer.push_back(EncodeOctets(AudioOLC(1, 1, "", "10.0.0.5:5001")));
+    offer.push_back(ASN1::OCTET_STRING(std::vector<char>{'\x01'}));
+    offer.push_back(
+        EncodeOctets(AudioOLC(3, 1, "", "10.0.0.5:5001", H245::AudioCapability::g711Alaw64k::id_)));
+    offer.push_back(EncodeOctets(AudioOLC(4, 1, "", "10.0.0.5:5001")));
+    EXPECT_EQ(1, call.TranslateFastStartRequest(offer));
+    ASSERT_EQ(2u, offer.size());
+    std::vector<unsigned> numbers;
+    for (unsigned i = 0; i < offer.size(); ++i) {
+        H245::OpenLogicalChannel olc;
+        ASSERT_EQ(1, ASN1::ASNDecode(offer[i], olc));
+        numbers.push_back(olc.get_forwardLogicalChannelNumber().getValue());
+    }
+    EXPECT_EQ((std::vector<unsigned>{1, 4}), numbers);
+}
+
 TEST_F(FastStartTest, HostRefusalFailsTheOfferWithoutRemovingElements) {
     host().failOpenRTP = true;
     host().refusedCodecs = {"PCMA"};
