@@ -136,11 +136,9 @@ TEST_F(Corpus, Ipv6MediaIsLeftAloneButTheOriginIsTranslated) {
     std::string out;
     ASSERT_EQ(TranslateExact(Connect(), message, 4096, &out), 1);
     ForgetMessage(message);
-    EXPECT_TRUE(HasLine(out, "o=bob 280744730 28977631 IN IP4 198.51.100.7"));
-    EXPECT_TRUE(HasLine(out, "m=audio 32334 RTP/AVP 0"));
-    EXPECT_TRUE(HasLine(out, "c=IN IP4 203.0.113.1"));
-    EXPECT_TRUE(HasLine(out, "m=video 6024 RTP/AVP 107"));
-    EXPECT_TRUE(HasLine(out, "a=rtpmap:107 H263-1998/90000"));
+    ExpectLines(out, {"o=bob 280744730 28977631 IN IP4 198.51.100.7", "m=audio 32334 RTP/AVP 0",
+                      "c=IN IP4 203.0.113.1", "m=video 6024 RTP/AVP 107",
+                      "a=rtpmap:107 H263-1998/90000"});
     EXPECT_EQ(out.find("IP6"), std::string::npos) << "an IPv6 c= line is not carried over";
     EXPECT_TRUE(LogCapture::Has("SIP  Ignoring SDP m= line with unparseable c=\n"));
     EXPECT_EQ(HeaderValue(out, "Content-Length"), std::to_string(BodyOf(out).size()));
