@@ -249,7 +249,7 @@ TEST(PerLength, UnconstrainedBoundaries) {
         std::vector<char> out;
         PEREncoder encoder(out, true);
         ASSERT_TRUE(encoder.encodeLength(row.length, 0, 0x7FFFFFFF));
-        EXPECT_EQ(row.hex, toHex(out)) << row.length;
+        EXPECT_EQ(row.hex, Hex(out)) << row.length;
         PERDecoder decoder(out.data(), out.data() + out.size());
         unsigned length = 0;
         EXPECT_EQ(0, decoder.decodeLength(0, 0x7FFFFFFF, length));
@@ -268,7 +268,7 @@ TEST(PerOpenType, LengthMovedInFrontOfContents) {
     seven = 7;
     ASSERT_TRUE(encoder.encodeAnyType(&seven));
     encoder.encodeSingleBit(true);
-    EXPECT_EQ("80010780", toHex(out));
+    EXPECT_EQ("80010780", Hex(out));
 
     const OCTET_STRING longContents(200, 'Z');
     ASSERT_TRUE(encoder.encodeAnyType(&longContents));
@@ -277,7 +277,7 @@ TEST(PerOpenType, LengthMovedInFrontOfContents) {
                            "80c8";
     for (int i = 0; i < 200; ++i)
         expected += "5a";
-    EXPECT_EQ(expected, toHex(out));
+    EXPECT_EQ(expected, Hex(out));
 
     out.clear();
     encoder.byteAlign();
@@ -285,7 +285,7 @@ TEST(PerOpenType, LengthMovedInFrontOfContents) {
     CHOICE unselected(&choice3Info);
     EXPECT_FALSE(encoder.encodeAnyType(&unselected));
     encoder.encodeSingleBit(true);
-    EXPECT_EQ("c0", toHex(out));
+    EXPECT_EQ("c0", Hex(out));
 }
 
 TEST(PerLength, DecoderReadsUpTo16383AndRefusesFragments) {
@@ -338,7 +338,7 @@ TEST(PerNumber, ConstrainedWholeNumbers) {
         std::vector<char> out;
         PEREncoder encoder(out, true);
         ASSERT_TRUE(encoder.encodeUnsigned(row.value, row.lower, row.upper));
-        EXPECT_EQ(row.hex, toHex(out)) << row.value;
+        EXPECT_EQ(row.hex, Hex(out)) << row.value;
         PERDecoder decoder(out.data(), out.data() + out.size());
         unsigned value = 0;
         EXPECT_EQ(0, decoder.decodeUnsigned(row.lower, row.upper, value));
@@ -356,7 +356,7 @@ TEST(PerNumber, SmallNonNegativeWholeNumbers) {
         std::vector<char> out;
         PEREncoder encoder(out, true);
         encoder.encodeSmallUnsigned(row.length);
-        EXPECT_EQ(row.hex, toHex(out)) << row.length;
+        EXPECT_EQ(row.hex, Hex(out)) << row.length;
         PERDecoder decoder(out.data(), out.data() + out.size());
         unsigned value = 0;
         EXPECT_TRUE(decoder.decodeSmallUnsigned(value));
@@ -371,7 +371,7 @@ TEST(PerBits, MultiBitFieldsCrossByteBoundaries) {
     encoder.encodeMultiBit(0x1ABCD, 17);
     encoder.encodeMultiBit(0xFFFFFFFF, 32);
     encoder.encodeMultiBit(5, 3);
-    EXPECT_EQ("eaf37fffffffe8", toHex(out));
+    EXPECT_EQ("eaf37fffffffe8", Hex(out));
     PERDecoder decoder(out.data(), out.data() + out.size());
     unsigned value = 0;
     EXPECT_TRUE(decoder.decodeSingleBit());
@@ -393,7 +393,7 @@ TEST(PerUnaligned, NumbersAndCharactersAreNotPadded) {
     PEREncoder encoder(out, false);
     encoder.encodeSingleBit(true);
     ASSERT_TRUE(encoder.encodeUnsigned(300, 0, 65535));
-    EXPECT_EQ("809600", toHex(out));
+    EXPECT_EQ("809600", Hex(out));
     PERDecoder decoder(out.data(), out.data() + out.size(), nullptr, false);
     unsigned value = 0;
     EXPECT_TRUE(decoder.decodeSingleBit());
@@ -403,7 +403,7 @@ TEST(PerUnaligned, NumbersAndCharactersAreNotPadded) {
     IA5String text("ab");
     PEREncoder textEncoder(out, false);
     ASSERT_TRUE(text.accept(textEncoder));
-    EXPECT_EQ("02c388", toHex(out));
+    EXPECT_EQ("02c388", Hex(out));
     IA5String back;
     PERDecoder textDecoder(out.data(), out.data() + out.size(), nullptr, false);
     ASSERT_TRUE(back.accept(textDecoder));

@@ -15,13 +15,6 @@ Bytes ReleaseCompleteInformation() {
     return Encode(Message(Body::releaseComplete::id_));
 }
 
-Bytes Cat(std::initializer_list<Bytes> parts) {
-    Bytes all;
-    for (const Bytes& part : parts)
-        all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 struct FramingCase {
     const char* name;
     Bytes pdu;

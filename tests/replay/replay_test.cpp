@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "capture.h"
 #include "frames.h"
@@ -205,14 +204,6 @@ Bytes q931Tpkt(uint8_t type, size_t padding = 0) {
     return frame;
 }
 
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
-}
-
 Bytes slice(const Bytes& b, size_t from, size_t to) {
     return Bytes(b.begin() + static_cast<std::ptrdiff_t>(from),
                  b.begin() + static_cast<std::ptrdiff_t>(to));
@@ -227,7 +218,7 @@ TEST(ReplayTcp, MessagesInSplitCombinedRetransmittedAndReorderedSegments) {
     const Bytes alerting = q931Tpkt(0x01);
     const Bytes connect = q931Tpkt(0x07, 6);
     const Bytes release = q931Tpkt(0x5A);
-    const Bytes stream = cat({setup, proceeding, alerting, connect});
+    const Bytes stream = Cat({setup, proceeding, alerting, connect});
     const size_t s1 = 10;                                                 // SETUP split here
     const size_t s2 = setup.size() + proceeding.size() + alerting.size(); // end of ALERTING
     const size_t s3 = s2 + 5;                                             // CONNECT split here
@@ -302,7 +293,7 @@ TEST(ReplayTcp, CallSignallingRecognisedByContentOnAnotherPort) {
     const uint32_t b = *parseIpv4("10.0.0.2");
     const std::vector<Bytes> frames = {
         tcpFrame(a, 3000, b, 11720, 100, 0, tcpflag::kAck, q931Tpkt(0x05)),
-        tcpFrame(a, 3001, b, 11721, 100, 0, tcpflag::kAck, text("GET / HTTP/1.0\r\n\r\n")),
+        tcpFrame(a, 3001, b, 11721, 100, 0, tcpflag::kAck, BytesOf("GET / HTTP/1.0\r\n\r\n")),
     };
     TempFile file("content.pcap");
     writeCapture(file.path(), kLinkEthernet, frames);
@@ -316,7 +307,7 @@ TEST(ReplayTcp, CallSignallingRecognisedByContentOnAnotherPort) {
 TEST(ReplayBadInput, UnusableFramesAreCountedAndSkipped) {
     const uint32_t a = *parseIpv4("10.0.0.1");
     const uint32_t b = *parseIpv4("10.0.0.2");
-    const Bytes invite = text("INVITE sip:x@y SIP/2.0\r\nCall-ID: c1\r\n\r\n");
+    const Bytes invite = BytesOf("INVITE sip:x@y SIP/2.0\r\nCall-ID: c1\r\n\r\n");
     Bytes fragment = udpFrame(a, 5060, b, 5060, invite);
     fragment[14 + 6] = 0x20; // more fragments
     Bytes v6 = ethernet(Bytes(40, 0), 0x86DD);
@@ -325,10 +316,10 @@ TEST(ReplayBadInput, UnusableFramesAreCountedAndSkipped) {
     const std::vector<Bytes> frames = {
         fragment,
         v6,
-        ethernet(Bytes(28, 0), 0x0806),              // ARP
-        slice(full, 0, 30),                          // cut by the capture's snap length
-        slice(full, 0, 20),                          // cut in the IP header, wire length equal
-        udpFrame(a, 4000, b, 4001, text("not sip")), // unrelated UDP
+        ethernet(Bytes(28, 0), 0x0806),                 // ARP
+        slice(full, 0, 30),                             // cut by the capture's snap length
+        slice(full, 0, 20),                             // cut in the IP header, wire length equal
+        udpFrame(a, 4000, b, 4001, BytesOf("not sip")), // unrelated UDP
         full,
     };
     const std::vector<uint32_t> wire = {0, 0, 0, static_cast<uint32_t>(full.size())};
@@ -371,8 +362,7 @@ TEST(ReplayBadInput, CorpusCaptures) {
 }
 
 TEST(ReplayBadInput, CutOffAndUnreadableFiles) {
-    std::ifstream in(kSipSample, std::ios::binary);
-    const std::string whole((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string whole = ReadText(kSipSample);
     ASSERT_GT(whole.size(), 2000u);
     TempFile cut("cut.pcap");
     std::ofstream(cut.path(), std::ios::binary) << whole.substr(0, 1500);

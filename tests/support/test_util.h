@@ -12,6 +12,7 @@
 
 #include <cstdio>
 #include <fstream>
+#include <initializer_list>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -37,6 +38,13 @@ inline Bytes ReadFile(const std::string& path) {
 
 inline Bytes BytesOf(const std::string& text) {
     return Bytes(text.begin(), text.end());
+}
+
+inline Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
 }
 
 // Hex digits to octets; blanks between them are ignored.
