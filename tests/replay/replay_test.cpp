@@ -152,22 +152,10 @@ TEST(ReplayH323, BundledCallSignalling) {
     EXPECT_EQ(call.originator, "10.1.3.143:32803");
     EXPECT_EQ(call.destination, "10.1.6.18:1720");
     EXPECT_EQ(report.counters.frames, 33u);
-    ASSERT_GE(call.messages.size(), 4u);
-    const char* kinds[] = {"H.225 SETUP", "H.225 CALL PROCEEDING", "H.225 ALERTING",
-                           "H.225 CONNECT"};
-    const uint64_t frames[] = {4, 6, 8, 10};
-    for (size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(call.messages[i].kind, kinds[i]);
-        EXPECT_EQ(call.messages[i].frame, frames[i]);
-        EXPECT_EQ(call.messages[i].fromOriginator, i == 0);
-    }
-    // The SETUP carries the caller's address, which the NAT hides; the callee is outside.
-    EXPECT_EQ(call.messages[0].outcome, Outcome::Rewritten);
-    EXPECT_EQ(call.messages[3].outcome, Outcome::Forwarded);
     ASSERT_EQ(call.relays.size(), 1u);
     EXPECT_EQ(call.relays[0], "H.245 10.1.6.18:1232 announced as 10.1.6.18:1232 (frame 10)");
-    // The H.245 connection the CONNECT announced: two PDUs share frame 22.
-    ASSERT_EQ(call.messages.size(), 4u + 12u);
+    // The SETUP carries the caller's address, which the NAT hides; the callee is outside. Then
+    // the H.245 connection the CONNECT announced: two PDUs share frame 22.
     expectMessages(call, {{4, true, "H.225 SETUP", Outcome::Rewritten},
                           {6, false, "H.225 CALL PROCEEDING", Outcome::Forwarded},
                           {8, false, "H.225 ALERTING", Outcome::Forwarded},
