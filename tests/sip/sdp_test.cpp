@@ -19,8 +19,7 @@ SipMessage Invite(const std::string& callId, const std::string& body) {
 }
 
 TEST_F(Sdp, OfferIsRewrittenAndVetoedCodecsLoseTheirRtpmap) {
-    const std::string callId = "sdp-offer@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-offer@test");
     Host().refusedCodecs = {"PCMA"};
     SIPConnection* connection = Connect(&Host());
     const SipMessage invite =
@@ -80,8 +79,7 @@ TEST_F(Sdp, OfferIsRewrittenAndVetoedCodecsLoseTheirRtpmap) {
 }
 
 TEST_F(Sdp, WithoutProxyBehaviourTheEndpointsKeepTheirAddresses) {
-    const std::string callId = "sdp-option0@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-option0@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(connection, invite.Text(), 0), 1);
@@ -99,8 +97,7 @@ TEST_F(Sdp, WithoutProxyBehaviourTheEndpointsKeepTheirAddresses) {
 }
 
 TEST_F(Sdp, AnswerOpensTheReverseChannel) {
-    const std::string callId = "sdp-answer@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-answer@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -142,8 +139,7 @@ TEST_F(Sdp, AnswerOpensTheReverseChannel) {
 }
 
 TEST_F(Sdp, HoldIsReportedAndKeepsTheOpenChannel) {
-    const std::string callId = "sdp-hold@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-hold@test");
     SIPConnection* connection = Connect(&Host());
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -176,8 +172,7 @@ TEST_F(Sdp, HoldIsReportedAndKeepsTheOpenChannel) {
 }
 
 TEST_F(Sdp, EveryCodecVetoedFailsTheMessage) {
-    const std::string callId = "sdp-veto-all@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-veto-all@test");
     Host().refusedCodecs = {"PCMU", "PCMA"};
     const SipMessage invite =
         Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000", "8 PCMA/8000"}));
@@ -224,8 +219,7 @@ TEST_F(Sdp, LinesThatAreNotUnderstoodAreKept) {
         {"five-token origin", "v=0\r\no=- 1 IN IP4 10.0.0.5\r\n", 0, {"o=- 1 IN IP4 10.0.0.5"}},
     };
     for (const Case& c : cases) {
-        const std::string callId = std::string("sdp-kept-") + c.name;
-        Forget(callId);
+        const std::string callId = FreshCall(std::string("sdp-kept-") + c.name);
         Host() = HostState();
         EXPECT_EQ(Translate(Connect(), Invite(callId, c.sdp).Text()), c.result) << c.name;
         EXPECT_TRUE(Host().opens.empty()) << c.name;
@@ -250,8 +244,7 @@ TEST_F(Sdp, LinesThatAreNotUnderstoodAreKept) {
 }
 
 TEST_F(Sdp, SecondAudioLineSharesTheRecordAndOtherKindsGetTheirOwn) {
-    const std::string callId = "sdp-multi@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-multi@test");
     const std::string sdp = "v=0\r\nc=IN IP4 10.0.0.5\r\n"
                             "m=audio 4000 RTP/AVP 0\r\na=rtpmap:0 PCMU/8000\r\n"
                             "m=video 4002 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\n"
@@ -287,8 +280,7 @@ TEST_F(Sdp, SecondAudioLineSharesTheRecordAndOtherKindsGetTheirOwn) {
 }
 
 TEST_F(Sdp, FailedChannelOpenFailsTheMessage) {
-    const std::string callId = "sdp-open-fails@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-open-fails@test");
     Host().openResult = 5;
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     EXPECT_EQ(Translate(Connect(), invite.Text()), -1);
@@ -297,8 +289,7 @@ TEST_F(Sdp, FailedChannelOpenFailsTheMessage) {
 }
 
 TEST_F(Sdp, WithoutOpenCallbackTheReceivedAddressStands) {
-    const std::string callId = "sdp-no-open@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-no-open@test");
     voipxlate_setfunction(VOIPXLATE_OPEN_RTP_CHANNEL, nullptr);
     ASSERT_EQ(
         Translate(Connect(), Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"})).Text()),
@@ -311,8 +302,7 @@ TEST_F(Sdp, WithoutOpenCallbackTheReceivedAddressStands) {
 TEST_F(Sdp, BodyMustBePlainApplicationSdp) {
     SIPConnection* connection = Connect();
     for (const char* type : {"application/sdp;charset=x", "text/plain", "multipart/mixed"}) {
-        const std::string callId = std::string("sdp-type-") + type;
-        Forget(callId);
+        const std::string callId = FreshCall(std::string("sdp-type-") + type);
         SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
         invite.contentType = type;
         LogCapture::lines().clear();
@@ -320,8 +310,7 @@ TEST_F(Sdp, BodyMustBePlainApplicationSdp) {
         EXPECT_TRUE(LogCapture::Has("SIP  Ignoring INVITE with unparseable entity body\n"));
         EXPECT_EQ(Dialog(callId)->callInformation.state, VOIPXLATE_SIP_NONE);
     }
-    const std::string callId = "sdp-type-case@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-type-case@test");
     SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     invite.contentType = "Application/SDP ";
     EXPECT_EQ(Translate(connection, invite.Text()), 1);
@@ -333,8 +322,7 @@ TEST_F(Sdp, OriginLineFollowsTheTranslatedSide) {
     // Nothing translated on either side: the origin stays.
     SIPConnection* plain = sipxlate_create(nullptr, &a, &b, &a, &b);
     connections_.push_back(plain);
-    const std::string callId = "sdp-origin@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-origin@test");
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(plain, invite.Text()), 1);
     EXPECT_TRUE(HasLine(out_, "o=- 1 1 IN IP4 10.0.0.5"));
@@ -379,8 +367,7 @@ TEST_F(Sdp, LinesOfTheBodyAreRewrittenOneByOne) {
          {"SIP  Ignoring SDP a= line < 1 token\n", "SIP  adding setup:\n"}},
     };
     for (const auto& c : cases) {
-        const std::string callId = std::string("sdp-lines-") + c.what;
-        Forget(callId);
+        const std::string callId = FreshCall(std::string("sdp-lines-") + c.what);
         Host() = HostState();
         ASSERT_EQ(Translate(Connect(), Invite(callId, c.sdp).Text()), 1) << c.what;
         EXPECT_EQ(BodyOf(out_), c.body) << c.what;

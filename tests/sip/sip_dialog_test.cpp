@@ -27,8 +27,7 @@ SipMessage Answer(const SipMessage& invite, const std::string& status = "200 OK"
 }
 
 TEST_F(SipDialog, FirstInviteCreatesOneDialogUnderTwoKeysAndReportsIt) {
-    const std::string callId = "first-invite-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("first-invite-1@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Offer(callId);
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -53,8 +52,7 @@ TEST_F(SipDialog, FirstInviteCreatesOneDialogUnderTwoKeysAndReportsIt) {
     EXPECT_EQ(Dialog(callId + "z9hG4bKa"), dialog);
 
     // Dialog numbers follow one another.
-    const std::string second = "first-invite-2@test";
-    Forget(second);
+    const std::string second = FreshCall("first-invite-2@test");
     ASSERT_EQ(Translate(connection, Offer(second).Text()), 1);
     const std::string firstNumber = dialog->dialogId.substr(7);
     EXPECT_EQ(Dialog(second)->dialogId, "z9hG4bK" + std::to_string(std::stoul(firstNumber) + 1));
@@ -83,8 +81,7 @@ TEST_F(SipDialog, BranchIsCutAtSemicolonThenComma) {
 }
 
 TEST_F(SipDialog, CallStatesOfASuccessfulCallAndItsEnd) {
-    const std::string callId = "states-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("states-1@test");
     SIPConnection* connection = Connect(&Host());
     const SipMessage invite = Offer(callId);
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -129,8 +126,7 @@ TEST_F(SipDialog, CallStatesOfASuccessfulCallAndItsEnd) {
 }
 
 TEST_F(SipDialog, FailureAnswerDestroysTheDialogAndTheAckPassesThrough) {
-    const std::string callId = "busy-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("busy-1@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Offer(callId);
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -150,8 +146,7 @@ TEST_F(SipDialog, FailureAnswerDestroysTheDialogAndTheAckPassesThrough) {
 }
 
 TEST_F(SipDialog, CancelIsFoundByCallIdAndPassedUnchanged) {
-    const std::string callId = "cancel-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("cancel-1@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Offer(callId);
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -181,8 +176,7 @@ TEST_F(SipDialog, CancelIsFoundByCallIdAndPassedUnchanged) {
 }
 
 TEST_F(SipDialog, ReInviteFromTheCalledSideIsNotFromSource) {
-    const std::string callId = "reinvite-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("reinvite-1@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Offer(callId);
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -226,8 +220,7 @@ TEST_F(SipDialog, ReInviteFromTheCalledSideIsNotFromSource) {
 }
 
 TEST_F(SipDialog, InDialogInviteOfAnUnknownCallCreatesADialogWithoutReportingIt) {
-    const std::string callId = "orphan-reinvite@test";
-    Forget(callId);
+    const std::string callId = FreshCall("orphan-reinvite@test");
     SipMessage invite = Offer(callId, "z9hG4bKorphan");
     invite.to += ";tag=t9";
     ASSERT_EQ(Translate(Connect(), invite.Text()), 1);
@@ -250,8 +243,7 @@ TEST_F(SipDialog, MessagesThatCannotBeIdentifiedPassUnchanged) {
     EXPECT_TRUE(
         LogCapture::Has("SIP  Ignoring message with insufficient fields to construct dialog ID\n"));
 
-    const std::string callId = "bad-cseq@test";
-    Forget(callId);
+    const std::string callId = FreshCall("bad-cseq@test");
     const SipMessage invite = Offer(callId);
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
     for (const char* cseq : {"1", "1 INVITE extra", ""}) {
@@ -265,8 +257,7 @@ TEST_F(SipDialog, MessagesThatCannotBeIdentifiedPassUnchanged) {
 }
 
 TEST_F(SipDialog, CompactHeaderNamesIdentifyTheDialog) {
-    const std::string callId = "compact-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("compact-1@test");
     const std::string sdp = AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"});
     const std::string text = "INVITE sip:bob@192.0.2.10 SIP/2.0\r\n"
                              "v: SIP/2.0/UDP 10.0.0.5;branch=z9hG4bKc\r\n"
@@ -299,8 +290,7 @@ TEST_F(SipDialog, ContentLengthThatDoesNotMatchTheBody) {
         {"negative", "-5", 1},
     };
     for (const auto& c : cases) {
-        const std::string callId = std::string("cl-") + c.what + "@test";
-        Forget(callId);
+        const std::string callId = FreshCall(std::string("cl-") + c.what + "@test");
         Host() = HostState();
         const SipMessage invite = Offer(callId);
         std::string text = invite.Text();
@@ -397,8 +387,7 @@ TEST_F(SipDialog, HostHookForcesARewriteAndMayEditHeaders) {
     };
     voipxlate_setfunction(VOIPXLATE_REWRITE_NOTIFY,
                           reinterpret_cast<voipxlate_function>(&Hook::Note));
-    const std::string callId = "hook-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("hook-1@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Offer(callId);
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -431,8 +420,7 @@ TEST_F(SipDialog, HostHookForcesARewriteAndMayEditHeaders) {
 }
 
 TEST_F(SipDialog, RouteHeadersStay) {
-    const std::string callId = "route-1@test";
-    Forget(callId);
+    const std::string callId = FreshCall("route-1@test");
     SipMessage invite = Offer(callId);
     invite.extra = {"Route: <sip:p1;lr>", "Route: <sip:p2;lr>"};
     ASSERT_EQ(Translate(Connect(), invite.Text()), 1);
@@ -449,8 +437,7 @@ TEST_F(SipDialog, UdpDestroyRemovesTheDialogOfTheLastMediaPort) {
     EXPECT_EQ(sipxlate_udp_destroy(idle), 0);
     EXPECT_EQ(SIPTranslator::Instance().Dialogs().size(), before);
 
-    const std::string callId = "udp-destroy@test";
-    Forget(callId);
+    const std::string callId = FreshCall("udp-destroy@test");
     SIPConnection* connection = Connect();
     SipMessage invite = Offer(callId);
     invite.body = AudioSdp("10.0.0.5", 41234, {"0 PCMU/8000"});
@@ -465,10 +452,8 @@ TEST_F(SipDialog, UdpDestroyRemovesTheDialogOfTheLastMediaPort) {
 }
 
 TEST_F(SipDialog, UdpDestroyRemovesEveryDialogSharingThePort) {
-    const std::string first = "shared-port-1@test";
-    const std::string second = "shared-port-2@test";
-    Forget(first);
-    Forget(second);
+    const std::string first = FreshCall("shared-port-1@test");
+    const std::string second = FreshCall("shared-port-2@test");
     SIPConnection* connection = Connect();
     for (const std::string& callId : {first, second}) {
         SipMessage invite = Offer(callId);
@@ -482,10 +467,8 @@ TEST_F(SipDialog, UdpDestroyRemovesEveryDialogSharingThePort) {
 }
 
 TEST_F(SipDialog, AgeDialogsDeletesOnlyFinishedDialogs) {
-    const std::string done = "age-done@test";
-    const std::string live = "age-live@test";
-    Forget(done);
-    Forget(live);
+    const std::string done = FreshCall("age-done@test");
+    const std::string live = FreshCall("age-live@test");
     SIPConnection* connection = Connect();
     ASSERT_EQ(Translate(connection, Offer(done).Text()), 1);
     ASSERT_EQ(Translate(connection, Offer(live).Text()), 1);

@@ -104,8 +104,7 @@ TEST_F(RealCall, OneWayMediaCallReportsHoldAndEndsWithBye) {
 }
 
 TEST_F(RealCall, RetransmittedInviteCancelledAndTimedOut) {
-    const std::string callId = "105090259-446faf7a@192.168.1.2";
-    Forget(callId);
+    const std::string callId = FreshCall("105090259-446faf7a@192.168.1.2");
     SIPConnection* connection = Connect();
     Replay(connection, "aaa", {19, 20, 21, 22, 23, 26});
     EXPECT_EQ(results_, (std::map<int, int>{{19, 1}, {20, 1}, {21, 1}, {22, 0}, {23, 0}, {26, 0}}));
@@ -126,10 +125,9 @@ TEST_F(RealCall, RetransmittedInviteCancelledAndTimedOut) {
 }
 
 TEST_F(RealCall, EarlyMediaThenFailure) {
-    const std::string callId = "11894297-4432a9f8@192.168.1.2";
+    const std::string callId = FreshCall("11894297-4432a9f8@192.168.1.2");
     const std::string invite = LoadSip("aaa/072.sip");
     ASSERT_NE(invite.find("Call-ID: " + callId), std::string::npos);
-    Forget(callId);
     SIPConnection* connection = Connect();
     Replay(connection, "aaa", {72, 73, 74});
     EXPECT_EQ(results_, (std::map<int, int>{{72, 1}, {73, 0}, {74, 1}}));
@@ -149,10 +147,8 @@ TEST_F(RealCall, EarlyMediaThenFailure) {
 }
 
 TEST_F(RealCall, FaxReInviteSwitchesToImageAndIsRefused) {
-    const std::string legA = "00e9d4a500e9d48-0015-0001-0000-0000@10.35.40.25";
-    const std::string legB = "SD4909701-9ff11bf72eb4a347c92974d8fbbc2668-ao8o3i1";
-    Forget(legA);
-    Forget(legB);
+    const std::string legA = FreshCall("00e9d4a500e9d48-0015-0001-0000-0000@10.35.40.25");
+    const std::string legB = FreshCall("SD4909701-9ff11bf72eb4a347c92974d8fbbc2668-ao8o3i1");
     SIPConnection* connection = Connect();
     std::vector<int> frames;
     for (int frame = 1; frame <= 60; ++frame)
@@ -180,8 +176,7 @@ TEST_F(RealCall, FaxReInviteSwitchesToImageAndIsRefused) {
 TEST_F(RealCall, LateOfferIsLeftToTheAnswer) {
     // The INVITE carries no SDP (RFC 3261 section 13.2.1 late offer): it is forwarded as it is,
     // never counts as the first INVITE, and the offer in the 200 is translated all the same.
-    const std::string callId = "25672@192.168.105.110";
-    Forget(callId);
+    const std::string callId = FreshCall("25672@192.168.105.110");
     SIPConnection* connection = Connect();
     Replay(connection, "dtmf2", {16, 17, 19, 21, 23});
     EXPECT_EQ(results_, (std::map<int, int>{{16, 0}, {17, 0}, {19, 0}, {21, 1}, {23, 0}}));

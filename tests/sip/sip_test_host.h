@@ -69,6 +69,11 @@ public:
     // Deletes any dialog left from an earlier run under this Call-ID, so tests do not depend on
     // their order.
     static void Forget(const std::string& callId);
+    // The Call-ID of a test's call, forgotten first.
+    static std::string FreshCall(const std::string& callId) {
+        Forget(callId);
+        return callId;
+    }
 
     static SIPTranslator::DialogInfo* Dialog(const std::string& key);
 
