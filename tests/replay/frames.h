@@ -66,6 +66,14 @@ inline Bytes tcpFrame(uint32_t src, uint16_t sport, uint32_t dst, uint16_t dport
     return withChecksums(ethernet(ipv4(src, dst, replay::kProtoTcp, tcp)));
 }
 
+// A TPKT (RFC 1006) around a message.
+inline Bytes tpkt(const std::string& body) {
+    Bytes frame = {3, 0, 0, 0};
+    replay::writeBe16(&frame[2], static_cast<uint16_t>(body.size() + 4));
+    frame.insert(frame.end(), body.begin(), body.end());
+    return frame;
+}
+
 // Writes frames (whole, with wire length = captured length unless given) as a pcap file.
 inline void writeCapture(const std::string& path, int linkType, const std::vector<Bytes>& frames,
                          const std::vector<uint32_t>& wireLengths = {}) {

@@ -183,13 +183,8 @@ TEST(ReplayH323, BundledCallSignalling) {
 }
 
 // Q.931 message of the given type (no user-user element: the library cannot decode it).
-Bytes q931Tpkt(uint8_t type, size_t padding = 0) {
-    Bytes body = {8, 2, 0x00, 0x01, type};
-    body.insert(body.end(), padding, 0x04);
-    Bytes frame = {3, 0, 0, 0};
-    writeBe16(&frame[2], static_cast<uint16_t>(body.size() + 4));
-    frame.insert(frame.end(), body.begin(), body.end());
-    return frame;
+Bytes q931Tpkt(char type, size_t padding = 0) {
+    return tpkt(std::string{8, 2, 0x00, 0x01, type} + std::string(padding, 0x04));
 }
 
 Bytes slice(const Bytes& b, size_t from, size_t to) {

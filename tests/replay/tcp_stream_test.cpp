@@ -2,10 +2,11 @@
 
 #include <string>
 
+#include "frames.h"
 #include "tcp_stream.h"
-#include "test_util.h"
 
 using namespace replay;
+using namespace replaytest;
 
 namespace {
 
@@ -92,17 +93,6 @@ TEST(Reassembly, FirstSegmentStartsAStreamWithoutSyn) {
     EXPECT_EQ(stream.add(5000, data.data(), data.size(), delivered), SegmentVerdict::InOrder);
     EXPECT_TRUE(stream.started());
     EXPECT_EQ(stream.firstSequence(), 5000u);
-}
-
-Bytes tpkt(const std::string& body) {
-    Bytes frame(4 + body.size());
-    frame[0] = 3;
-    frame[2] = static_cast<uint8_t>((body.size() + 4) >> 8);
-    frame[3] = static_cast<uint8_t>(body.size() + 4);
-    for (size_t i = 0; i < body.size(); ++i) {
-        frame[4 + i] = static_cast<uint8_t>(body[i]);
-    }
-    return frame;
 }
 
 TEST(Tpkt, FramesSplitAndCombinedAcrossPushes) {
