@@ -1,13 +1,16 @@
 // Small ASN.1 types for the runtime's tests, described the way the generated modules describe
-// theirs, and hex helpers for the vector tables.
+// theirs, and hex and codec helpers for the vector tables.
 #ifndef VOIPFILTER_TESTS_ASN1_TEST_SUPPORT_H
 #define VOIPFILTER_TESTS_ASN1_TEST_SUPPORT_H
 
 #include "asn1/PERDecoder.h"
 #include "asn1/PEREncoder.h"
 #include "asn1/asn1.h"
+#include "test_util.h"
 
+#include <algorithm>
 #include <climits>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -15,33 +18,8 @@ namespace asn1test {
 
 using namespace ASN1;
 
-inline std::string toHex(const std::vector<char>& bytes) {
-    static const char digits[] = "0123456789abcdef";
-    std::string out;
-    for (char c : bytes) {
-        const unsigned char b = static_cast<unsigned char>(c);
-        out += digits[b >> 4];
-        out += digits[b & 15];
-    }
-    return out;
-}
-
-// Hex digits, blanks ignored.
 inline std::vector<char> fromHex(const std::string& hex) {
-    std::vector<char> out;
-    int high = -1;
-    for (char c : hex) {
-        if (c == ' ')
-            continue;
-        const int v = c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10;
-        if (high < 0) {
-            high = v;
-        } else {
-            out.push_back(static_cast<char>(high << 4 | v));
-            high = -1;
-        }
-    }
-    return out;
+    return FromHex<std::vector<char>>(hex);
 }
 
 inline std::string stripBlanks(std::string s) {
@@ -57,16 +35,19 @@ inline std::string encodeHex(const AbstractData& value) {
     std::vector<char> out;
     PEREncoder encoder(out, true);
     const bool ok = value.accept(encoder);
-    return (ok ? "" : "FAIL:") + toHex(out);
+    return (ok ? "" : "FAIL:") + Hex(out);
 }
 
 // Decodes from an exactly sized heap copy, so that a read past the end is seen by ASan.
-inline bool decodeHex(const std::string& hex, AbstractData& value) {
-    const std::vector<char> bytes = fromHex(hex);
-    std::vector<char> exact(bytes.begin(), bytes.end());
-    exact.shrink_to_fit();
-    PERDecoder decoder(exact.data(), exact.data() + exact.size(), nullptr, true);
+inline bool decodeBytes(const std::vector<char>& bytes, AbstractData& value) {
+    std::unique_ptr<char[]> exact(new char[bytes.size()]);
+    std::copy(bytes.begin(), bytes.end(), exact.get());
+    PERDecoder decoder(exact.get(), exact.get() + bytes.size(), nullptr, true);
     return value.accept(decoder);
+}
+
+inline bool decodeHex(const std::string& hex, AbstractData& value) {
+    return decodeBytes(fromHex(hex), value);
 }
 
 // --- Constrained numbers and strings ---------------------------------------------------------

@@ -57,7 +57,7 @@ TEST(CodecHelpers, OctetStringForms) {
     static_cast<INTEGER&>(*rec.getField(0)) = 7;
     OCTET_STRING carrier(fromHex("ffffffff"));
     EXPECT_EQ(1, ASN1::ASNEncode(rec, carrier));
-    EXPECT_EQ("0007", toHex(carrier));
+    EXPECT_EQ("0007", Hex(carrier));
     Rec back;
     EXPECT_EQ(1, ASN1::ASNDecode(carrier, back));
     EXPECT_EQ(0, back.compare(rec));

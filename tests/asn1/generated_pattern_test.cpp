@@ -129,7 +129,7 @@ TEST(GeneratedPattern, TypedAccessorsOverADecodedTree) {
     OCTET_STRING octets;
     ASSERT_EQ(1, ASNEncode(setup, octets));
     // Extension bit, one-bit extension map, then the open type: CHOICE index, ip and port.
-    EXPECT_EQ(stripBlanks("80 80 07 00 c0a80001 06b8"), toHex(octets));
+    EXPECT_EQ(stripBlanks("80 80 07 00 c0a80001 06b8"), Hex(octets));
     Setup_UUIE back;
     ASSERT_EQ(1, ASNDecode(octets, back));
     ASSERT_TRUE(back.sourceCallSignalAddress_isPresent());

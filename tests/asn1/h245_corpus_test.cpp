@@ -106,7 +106,7 @@ TEST(H245Corpus, DecodesChecksAndReencodesTheDescribedPdus) {
 
     unsigned decoded = 0;
     for (const Pdu& pdu : pdus) {
-        SCOPED_TRACE("frame " + pdu.frame + ": " + toHex(pdu.octets));
+        SCOPED_TRACE("frame " + pdu.frame + ": " + Hex(pdu.octets));
         const unsigned char* data = reinterpret_cast<const unsigned char*>(pdu.octets.data());
         const unsigned size = static_cast<unsigned>(pdu.octets.size());
         MultimediaSystemControlMessage message;
@@ -128,7 +128,7 @@ TEST(H245Corpus, DecodesChecksAndReencodesTheDescribedPdus) {
         unsigned char out[64];
         unsigned outSize = sizeof out;
         ASSERT_EQ(1, ASN1::ASNEncode(message, out, &outSize));
-        EXPECT_EQ(toHex(pdu.octets), toHex(std::vector<char>(out, out + outSize)));
+        EXPECT_EQ(Hex(pdu.octets), Hex(std::vector<char>(out, out + outSize)));
     }
     EXPECT_EQ(6u, decoded);
 }

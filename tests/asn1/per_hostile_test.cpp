@@ -57,18 +57,11 @@ std::vector<char> encode(const AbstractData& value) {
     return out;
 }
 
-bool decodeBytes(const std::vector<char>& bytes, AbstractData& value) {
-    std::unique_ptr<char[]> exact(new char[bytes.size() + 1]);
-    std::copy(bytes.begin(), bytes.end(), exact.get());
-    PERDecoder decoder(exact.get(), exact.get() + bytes.size(), nullptr, true);
-    return value.accept(decoder);
-}
-
 TEST(PerHostile, MessageRoundTripsAsAWhole) {
     std::unique_ptr<SEQUENCE> msg = makeMessage();
     const std::vector<char> bytes = encode(*msg);
     SEQUENCE back(&msgInfo);
-    ASSERT_TRUE(decodeBytes(bytes, back)) << toHex(bytes);
+    ASSERT_TRUE(decodeBytes(bytes, back)) << Hex(bytes);
     // The open type comes back as its contained value.
     EXPECT_EQ(0, back.compare(*msg)) << back << "\n" << *msg;
 }

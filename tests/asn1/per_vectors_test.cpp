@@ -236,25 +236,59 @@ TEST_P(PerVector, DecodesBack) {
 INSTANTIATE_TEST_SUITE_P(Kinds, PerVector, ::testing::ValuesIn(rows));
 
 // --- Primitives at their boundaries -------------------------------------------------------------
-struct LengthRow {
-    unsigned length;
-    const char* hex;
-};
-
-TEST(PerLength, UnconstrainedBoundaries) {
-    // X.691 10.9.3.6 / 10.9.3.7: one octet up to 127, two octets 10xxxxxx up to 16383.
-    const LengthRow table[] = {
-        {0, "00"}, {127, "7f"}, {128, "8080"}, {200, "80c8"}, {8191, "9fff"}};
-    for (const LengthRow& row : table) {
+TEST(PerPrimitive, LengthsAndWholeNumbersAtTheirBoundaries) {
+    enum Kind { kLength, kConstrained, kSmall };
+    const struct {
+        Kind kind;
+        unsigned value, lower, upper;
+        const char* hex;
+    } rows[] = {
+        // X.691 10.9.3.6 / 10.9.3.7: an unconstrained length is one octet up to 127, two octets
+        // 10xxxxxx up to 16383.
+        {kLength, 0, 0, 0x7FFFFFFF, "00"},
+        {kLength, 127, 0, 0x7FFFFFFF, "7f"},
+        {kLength, 128, 0, 0x7FFFFFFF, "8080"},
+        {kLength, 200, 0, 0x7FFFFFFF, "80c8"},
+        {kLength, 8191, 0, 0x7FFFFFFF, "9fff"},
+        // X.691 10.5.7: a constrained whole number is a bit-field below a range of 256, one
+        // aligned octet for 256, two up to 64K, else a length-prefixed octet count.
+        {kConstrained, 3, 0, 7, "60"},
+        {kConstrained, 255, 0, 255, "ff"},
+        {kConstrained, 1, 0, 256, "0001"},
+        {kConstrained, 256, 0, 65535, "0100"},
+        {kConstrained, 0x10000, 0, 0xFFFFFFFF, "80010000"},
+        {kConstrained, 0xFFFFFFFF, 0, 0xFFFFFFFF, "c0ffffffff"},
+        {kConstrained, 9, 9, 9, ""},
+        // X.691 10.6: a small non-negative whole number is six bits up to 63, then
+        // length-prefixed.
+        {kSmall, 5, 0, 0, "0a"},
+        {kSmall, 63, 0, 0, "7e"},
+        {kSmall, 64, 0, 0, "800140"},
+        {kSmall, 300, 0, 0, "8002012c"},
+    };
+    for (const auto& row : rows) {
         std::vector<char> out;
         PEREncoder encoder(out, true);
-        ASSERT_TRUE(encoder.encodeLength(row.length, 0, 0x7FFFFFFF));
-        EXPECT_EQ(row.hex, toHex(out)) << row.length;
+        if (row.kind == kLength) {
+            ASSERT_TRUE(encoder.encodeLength(row.value, row.lower, row.upper)) << row.value;
+        } else if (row.kind == kConstrained) {
+            ASSERT_TRUE(encoder.encodeUnsigned(row.value, row.lower, row.upper)) << row.value;
+        } else {
+            encoder.encodeSmallUnsigned(row.value);
+        }
+        EXPECT_EQ(row.hex, Hex(out)) << row.value;
         PERDecoder decoder(out.data(), out.data() + out.size());
-        unsigned length = 0;
-        EXPECT_EQ(0, decoder.decodeLength(0, 0x7FFFFFFF, length));
-        EXPECT_EQ(row.length, length);
+        unsigned value = 0;
+        const bool read =
+            row.kind == kLength        ? decoder.decodeLength(row.lower, row.upper, value) == 0
+            : row.kind == kConstrained ? decoder.decodeUnsigned(row.lower, row.upper, value) == 0
+                                       : decoder.decodeSmallUnsigned(value);
+        EXPECT_TRUE(read) << row.value;
+        EXPECT_EQ(row.value, value);
     }
+    std::vector<char> out;
+    PEREncoder encoder(out, true);
+    EXPECT_FALSE(encoder.encodeUnsigned(8, 0, 7));
 }
 
 // An open type is written in place with its length moved in front afterwards: a partial octet
@@ -268,7 +302,7 @@ TEST(PerOpenType, LengthMovedInFrontOfContents) {
     seven = 7;
     ASSERT_TRUE(encoder.encodeAnyType(&seven));
     encoder.encodeSingleBit(true);
-    EXPECT_EQ("80010780", toHex(out));
+    EXPECT_EQ("80010780", Hex(out));
 
     const OCTET_STRING longContents(200, 'Z');
     ASSERT_TRUE(encoder.encodeAnyType(&longContents));
@@ -277,7 +311,7 @@ TEST(PerOpenType, LengthMovedInFrontOfContents) {
                            "80c8";
     for (int i = 0; i < 200; ++i)
         expected += "5a";
-    EXPECT_EQ(expected, toHex(out));
+    EXPECT_EQ(expected, Hex(out));
 
     out.clear();
     encoder.byteAlign();
@@ -285,7 +319,7 @@ TEST(PerOpenType, LengthMovedInFrontOfContents) {
     CHOICE unselected(&choice3Info);
     EXPECT_FALSE(encoder.encodeAnyType(&unselected));
     encoder.encodeSingleBit(true);
-    EXPECT_EQ("c0", toHex(out));
+    EXPECT_EQ("c0", Hex(out));
 }
 
 TEST(PerLength, DecoderReadsUpTo16383AndRefusesFragments) {
@@ -320,50 +354,6 @@ TEST(PerLength, StringsAtTheSizeLimits) {
     EXPECT_EQ(16383u, largest.size());
 }
 
-TEST(PerNumber, ConstrainedWholeNumbers) {
-    struct NumberRow {
-        unsigned value, lower, upper;
-        const char* hex;
-    };
-    // X.691 10.5.7: bit-field below 256, one aligned octet for 256, two up to 64K, else a
-    // length-prefixed octet count.
-    const NumberRow table[] = {{3, 0, 7, "60"},
-                               {255, 0, 255, "ff"},
-                               {1, 0, 256, "0001"},
-                               {256, 0, 65535, "0100"},
-                               {0x10000, 0, 0xFFFFFFFF, "80010000"},
-                               {0xFFFFFFFF, 0, 0xFFFFFFFF, "c0ffffffff"},
-                               {9, 9, 9, ""}};
-    for (const NumberRow& row : table) {
-        std::vector<char> out;
-        PEREncoder encoder(out, true);
-        ASSERT_TRUE(encoder.encodeUnsigned(row.value, row.lower, row.upper));
-        EXPECT_EQ(row.hex, toHex(out)) << row.value;
-        PERDecoder decoder(out.data(), out.data() + out.size());
-        unsigned value = 0;
-        EXPECT_EQ(0, decoder.decodeUnsigned(row.lower, row.upper, value));
-        EXPECT_EQ(row.value, value);
-    }
-    std::vector<char> out;
-    PEREncoder encoder(out, true);
-    EXPECT_FALSE(encoder.encodeUnsigned(8, 0, 7));
-}
-
-TEST(PerNumber, SmallNonNegativeWholeNumbers) {
-    // X.691 10.6: six bits up to 63, then a length-prefixed number.
-    const LengthRow table[] = {{5, "0a"}, {63, "7e"}, {64, "800140"}, {300, "8002012c"}};
-    for (const LengthRow& row : table) {
-        std::vector<char> out;
-        PEREncoder encoder(out, true);
-        encoder.encodeSmallUnsigned(row.length);
-        EXPECT_EQ(row.hex, toHex(out)) << row.length;
-        PERDecoder decoder(out.data(), out.data() + out.size());
-        unsigned value = 0;
-        EXPECT_TRUE(decoder.decodeSmallUnsigned(value));
-        EXPECT_EQ(row.length, value);
-    }
-}
-
 TEST(PerBits, MultiBitFieldsCrossByteBoundaries) {
     std::vector<char> out;
     PEREncoder encoder(out, true);
@@ -371,7 +361,7 @@ TEST(PerBits, MultiBitFieldsCrossByteBoundaries) {
     encoder.encodeMultiBit(0x1ABCD, 17);
     encoder.encodeMultiBit(0xFFFFFFFF, 32);
     encoder.encodeMultiBit(5, 3);
-    EXPECT_EQ("eaf37fffffffe8", toHex(out));
+    EXPECT_EQ("eaf37fffffffe8", Hex(out));
     PERDecoder decoder(out.data(), out.data() + out.size());
     unsigned value = 0;
     EXPECT_TRUE(decoder.decodeSingleBit());
@@ -393,7 +383,7 @@ TEST(PerUnaligned, NumbersAndCharactersAreNotPadded) {
     PEREncoder encoder(out, false);
     encoder.encodeSingleBit(true);
     ASSERT_TRUE(encoder.encodeUnsigned(300, 0, 65535));
-    EXPECT_EQ("809600", toHex(out));
+    EXPECT_EQ("809600", Hex(out));
     PERDecoder decoder(out.data(), out.data() + out.size(), nullptr, false);
     unsigned value = 0;
     EXPECT_TRUE(decoder.decodeSingleBit());
@@ -403,7 +393,7 @@ TEST(PerUnaligned, NumbersAndCharactersAreNotPadded) {
     IA5String text("ab");
     PEREncoder textEncoder(out, false);
     ASSERT_TRUE(text.accept(textEncoder));
-    EXPECT_EQ("02c388", toHex(out));
+    EXPECT_EQ("02c388", Hex(out));
     IA5String back;
     PERDecoder textDecoder(out.data(), out.data() + out.size(), nullptr, false);
     ASSERT_TRUE(back.accept(textDecoder));

@@ -245,7 +245,7 @@ TEST(Kinds, ObjectIdentifierContentsOctets) {
     OBJECT_IDENTIFIER oid({2, 100, 3});
     std::vector<char> octets;
     oid.encodeCommon(octets);
-    EXPECT_EQ("813403", toHex(octets)); // X.690 8.19.5: 2*40 + 100 = 180
+    EXPECT_EQ("813403", Hex(octets)); // X.690 8.19.5: 2*40 + 100 = 180
     OBJECT_IDENTIFIER back;
     ASSERT_TRUE(back.decodeCommon(octets.data(), static_cast<unsigned>(octets.size())));
     EXPECT_EQ(0, back.compare(oid));
@@ -260,7 +260,7 @@ TEST(Kinds, BitStringBitsAreMostSignificantFirst) {
     bits.set(0);
     bits.set(9);
     bits.set(10); // ignored
-    EXPECT_EQ("8040", toHex(bits.getData()));
+    EXPECT_EQ("8040", Hex(bits.getData()));
     EXPECT_TRUE(bits[9]);
     EXPECT_FALSE(bits[10]);
     bits.clear(0);

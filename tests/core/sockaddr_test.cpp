@@ -1,4 +1,5 @@
 #include "sockaddr.h"
+#include "test_util.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -18,12 +19,6 @@ sockaddr_type V4(uint8_t a, uint8_t b, uint8_t c, uint8_t d, uint16_t port) {
     s.addr[2] = c;
     s.addr[3] = d;
     return s;
-}
-
-std::string Print(const sockaddr_type& s) {
-    std::ostringstream os;
-    os << s;
-    return os.str();
 }
 
 std::string PrintIpOnly(const sockaddr_type& s) {
@@ -70,16 +65,10 @@ INSTANTIATE_TEST_SUITE_P(
                       ParseCase{"a.b.c.d:9", true, {0, 0, 0, 0}, 9}));
 
 TEST(Sockaddr, PrintsIPv4WithAndWithoutPort) {
-    EXPECT_EQ(Print(V4(10, 0, 0, 1, 1720)), "10.0.0.1:1720");
-    EXPECT_EQ(Print(V4(10, 0, 0, 1, 0)), "10.0.0.1");
-    EXPECT_EQ(Print(V4(255, 255, 255, 255, 65535)), "255.255.255.255:65535");
+    EXPECT_EQ(Text(V4(10, 0, 0, 1, 1720)), "10.0.0.1:1720");
+    EXPECT_EQ(Text(V4(10, 0, 0, 1, 0)), "10.0.0.1");
+    EXPECT_EQ(Text(V4(255, 255, 255, 255, 65535)), "255.255.255.255:65535");
     EXPECT_EQ(PrintIpOnly(V4(192, 168, 0, 1, 5060)), "192.168.0.1");
-}
-
-TEST(Sockaddr, ParseThenPrintRoundTrips) {
-    sockaddr_type s;
-    ASSERT_TRUE(string_to_sockaddr_type(s, "10.0.0.1:1720"));
-    EXPECT_EQ(Print(s), "10.0.0.1:1720");
 }
 
 TEST(Sockaddr, PrintsIPv6AsDecimalBytes) {
@@ -89,16 +78,16 @@ TEST(Sockaddr, PrintsIPv6AsDecimalBytes) {
     s.addr[0] = 0xfe;
     s.addr[1] = 0x80;
     s.addr[15] = 1;
-    EXPECT_EQ(Print(s), "[254:128:0:0:0:0:0:0:0:0:0:0:0:0:0:1]");
+    EXPECT_EQ(Text(s), "[254:128:0:0:0:0:0:0:0:0:0:0:0:0:0:1]");
     s.port = htons(5004);
-    EXPECT_EQ(Print(s), "[254:128:0:0:0:0:0:0:0:0:0:0:0:0:0:1]:5004");
+    EXPECT_EQ(Text(s), "[254:128:0:0:0:0:0:0:0:0:0:0:0:0:0:1]:5004");
     EXPECT_EQ(PrintIpOnly(s), "[254:128:0:0:0:0:0:0:0:0:0:0:0:0:0:1]");
 }
 
 TEST(Sockaddr, PrintsUnknownFamily) {
     sockaddr_type s = V4(1, 2, 3, 4, 80);
     s.family = 0;
-    EXPECT_EQ(Print(s), "(unknown):80");
+    EXPECT_EQ(Text(s), "(unknown):80");
     EXPECT_EQ(PrintIpOnly(s), "(unknown)");
 }
 

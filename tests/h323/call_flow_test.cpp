@@ -35,53 +35,8 @@ void ExpectSourcePaths() {
     }
 }
 
-class CallFlowTest : public RegistryTest {
+class CallFlowTest : public H323HostTest {
 protected:
-    void SetUp() override {
-        RegistryTest::SetUp();
-        host().Reset();
-        host().Install();
-    }
-    void TearDown() override {
-        host().Reset();
-        RegistryTest::TearDown();
-    }
-    static TestHost& host() { return TestHost::Get(); }
-
-    // The synthesized SETUP: 10.0.0.5 calls 192.0.2.10 with six fast start proposals for
-    // session 1 (G.729A, G.711 mu-law, A-law, each receive and transmit) and tunnelled H.245.
-    static H225::H323_UserInformation SynthSetup() {
-        H225::H323_UserInformation ui;
-        EXPECT_TRUE(DecodeFrame(ReadFile(DataFile("h323/synth-setup-faststart.q931.bin")), ui));
-        return ui;
-    }
-    static H225::Setup_UUIE& SetupOf(H225::H323_UserInformation& ui) {
-        return ui.ref_h323_uu_pdu().ref_h323_message_body().ref_setup();
-    }
-    // The same SETUP without fast start and without tunnelled H.245: a slow-start call.
-    static Bytes SlowStartSetup() {
-        H225::H323_UserInformation ui = SynthSetup();
-        SetupOf(ui).removeOptionalField(H225::Setup_UUIE::e_fastStart);
-        ui.ref_h323_uu_pdu().removeOptionalField(H225::H323_UU_PDU::e_h245Control);
-        return Frame(Encode(ui));
-    }
-
-    // The callee's answer to the synthesized offer: it sends G.711 mu-law to 192.0.2.10:6000
-    // (RTCP 6001) and receives on the same.
-    template <class UUIE> static void AddFastStartAnswer(UUIE& body, bool reverseFirst = false) {
-        auto& fastStart = body.set_fastStart(OctetStringList());
-        H245::OpenLogicalChannel forward = AudioOLC(1, 1, "192.0.2.10:6000", "192.0.2.10:6001");
-        H245::OpenLogicalChannel reverse =
-            ReverseAudioOLC(2, 1, "192.0.2.10:6000", "192.0.2.10:6001");
-        if (reverseFirst) {
-            fastStart.push_back(EncodeOctets(reverse));
-            fastStart.push_back(EncodeOctets(forward));
-        } else {
-            fastStart.push_back(EncodeOctets(forward));
-            fastStart.push_back(EncodeOctets(reverse));
-        }
-    }
-
     static std::vector<H245::OpenLogicalChannel> FastStartOf(const OctetStringList& list) {
         std::vector<H245::OpenLogicalChannel> elements(list.size());
         for (unsigned i = 0; i < list.size(); ++i)
@@ -146,10 +101,13 @@ TEST_F(CallFlowTest, FastStartAcceptedThenConnectRetransmitted) {
     EXPECT_EQ(101, session.forwardUserData);
     EXPECT_EQ(0u, call.Session(1).flags);
 
-    // CONNECT with the callee's accepted channels, the reverse element listed first.
+    // CONNECT with the callee's accepted channels, the reverse element listed first: it sends
+    // G.711 mu-law to 192.0.2.10:6000 (RTCP 6001) and receives on the same.
     host().events.clear();
     H225::H323_UserInformation connect = Message(Body::connect::id_, true);
-    AddFastStartAnswer(connect.ref_h323_uu_pdu().ref_h323_message_body().ref_connect(), true);
+    auto& fastStart = ConnectOf(connect).set_fastStart(OctetStringList());
+    fastStart.push_back(EncodeOctets(ReverseAudioOLC(2, 1, "192.0.2.10:6000", "192.0.2.10:6001")));
+    fastStart.push_back(EncodeOctets(AudioOLC(1, 1, "192.0.2.10:6000", "192.0.2.10:6001")));
     const Bytes connectFrame = Frame(Encode(connect), 0x07);
     ASSERT_EQ(1, call.Send(false, connectFrame, &out, &status));
     EXPECT_EQ(2, status);
@@ -172,8 +130,7 @@ TEST_F(CallFlowTest, FastStartAcceptedThenConnectRetransmitted) {
     EXPECT_EQ(102, call.Session(0).reverseUserData);
 
     ASSERT_TRUE(DecodeFrame(out, sent));
-    std::vector<H245::OpenLogicalChannel> answer =
-        FastStartOf(sent.ref_h323_uu_pdu().ref_h323_message_body().ref_connect().ref_fastStart());
+    std::vector<H245::OpenLogicalChannel> answer = FastStartOf(ConnectOf(sent).ref_fastStart());
     ASSERT_EQ(2u, answer.size());
     for (H245::OpenLogicalChannel& olc : answer) {
         EXPECT_EQ("192.0.2.100:20002", H245Text(ParametersOf(olc).get_mediaChannel()));
@@ -245,13 +202,8 @@ TEST_F(CallFlowTest, H245ChannelFromDestinationBeforeConnectRefusesFastStart) {
     EXPECT_EQ(VOIPXLATE_SESSION_IN_USE | VOIPXLATE_SESSION_REVERSE_OPEN, call.Session(0).flags);
     EXPECT_EQ(7u, call.Session(0).destinationChannel);
 
-    H245::MultimediaSystemControlMessage sent;
-    ASSERT_EQ(1, ASN1::ASNDecode(out.data(), static_cast<unsigned>(out.size()), sent));
-    auto& params = sent.ref_request()
-                       .ref_openLogicalChannel()
-                       .ref_forwardLogicalChannelParameters()
-                       .ref_multiplexParameters()
-                       .ref_h2250LogicalChannelParameters();
+    H245::MultimediaSystemControlMessage sent = DecodeH245(out);
+    auto& params = OlcParameters(sent);
     EXPECT_EQ("192.0.2.100:20002", H245Text(params.get_mediaChannel()));
     EXPECT_EQ("192.0.2.100:20003", H245Text(params.get_mediaControlChannel()));
 }
@@ -265,21 +217,14 @@ TEST_F(CallFlowTest, SlowStartWithSeparateH245Channel) {
     EXPECT_TRUE(host().events.empty());
     EXPECT_FALSE(call.handle->SetupFlags() & setupflag::kFastStartOffered);
 
-    H225::H323_UserInformation connect = Message(Body::connect::id_);
-    SetTransportAddress(
-        connect.ref_h323_uu_pdu().ref_h323_message_body().ref_connect().set_h245Address(
-            H225::TransportAddress()),
-        "192.0.2.10:1232");
     int status = -5;
-    ASSERT_EQ(1, call.Send(false, Frame(Encode(connect), 0x07), &out, &status));
+    ASSERT_EQ(1, call.Send(false, ConnectWithH245Address("192.0.2.10:1232"), &out, &status));
     EXPECT_EQ(2, status);
     EXPECT_EQ(std::vector<std::string>{"openH245 dir=0 192.0.2.10:1232 pre=192.0.2.10:1232"},
               host().events);
     H225::H323_UserInformation sent;
     ASSERT_TRUE(DecodeFrame(out, sent));
-    EXPECT_EQ(
-        "192.0.2.100:30000",
-        H225Text(sent.ref_h323_uu_pdu().ref_h323_message_body().ref_connect().get_h245Address()));
+    EXPECT_EQ("192.0.2.100:30000", H225Text(ConnectOf(sent).get_h245Address()));
     EXPECT_TRUE(LogCapture::Has("H.225\tH.245 tunnelling disabled\n"));
     EXPECT_EQ(VOIPXLATE_H225_CONNECTED, call.Info().state);
 
@@ -288,14 +233,8 @@ TEST_F(CallFlowTest, SlowStartWithSeparateH245Channel) {
     ASSERT_EQ(1, call.SendH245(true,
                                Encode(Request(AudioOLC(101, 1, "10.0.0.5:5000", "10.0.0.5:5001"))),
                                &out));
-    H245::MultimediaSystemControlMessage m;
-    ASSERT_EQ(1, ASN1::ASNDecode(out.data(), static_cast<unsigned>(out.size()), m));
-    EXPECT_EQ("192.0.2.100:20000", H245Text(m.ref_request()
-                                                .ref_openLogicalChannel()
-                                                .ref_forwardLogicalChannelParameters()
-                                                .ref_multiplexParameters()
-                                                .ref_h2250LogicalChannelParameters()
-                                                .get_mediaChannel()));
+    H245::MultimediaSystemControlMessage m = DecodeH245(out);
+    EXPECT_EQ("192.0.2.100:20000", H245Text(OlcParameters(m).get_mediaChannel()));
     EXPECT_TRUE(LogCapture::Has("H.245\tforward OLC for session 1 of type PCMU\n"));
     EXPECT_TRUE(LogCapture::Has(
         "H.245\tforward OLC for session 1 translated from 10.0.0.5:5000 to 192.0.2.100:20000\n"));
@@ -303,11 +242,8 @@ TEST_F(CallFlowTest, SlowStartWithSeparateH245Channel) {
     ASSERT_EQ(1, call.SendH245(false,
                                Encode(Response(OLCAck(101, "192.0.2.10:6000", "192.0.2.10:6001"))),
                                &out));
-    ASSERT_EQ(1, ASN1::ASNDecode(out.data(), static_cast<unsigned>(out.size()), m));
-    auto& ackParams = m.ref_response()
-                          .ref_openLogicalChannelAck()
-                          .ref_forwardMultiplexAckParameters()
-                          .ref_h2250LogicalChannelAckParameters();
+    m = DecodeH245(out);
+    auto& ackParams = AckParameters(m);
     EXPECT_EQ("192.0.2.100:20002", H245Text(ackParams.get_mediaChannel()));
     EXPECT_EQ("192.0.2.100:20003", H245Text(ackParams.get_mediaControlChannel()));
     EXPECT_TRUE(LogCapture::Has("H.245\treverse OLC ack for session 1 translated from "
@@ -320,11 +256,8 @@ TEST_F(CallFlowTest, SlowStartWithSeparateH245Channel) {
                                                        H245::AudioCapability::g711Alaw64k::id_))),
                                &out));
     ASSERT_EQ(1, call.SendH245(true, Encode(Response(OLCAck(201, "10.0.0.5:5000", ""))), &out));
-    ASSERT_EQ(1, ASN1::ASNDecode(out.data(), static_cast<unsigned>(out.size()), m));
-    auto& ack2 = m.ref_response()
-                     .ref_openLogicalChannelAck()
-                     .ref_forwardMultiplexAckParameters()
-                     .ref_h2250LogicalChannelAckParameters();
+    m = DecodeH245(out);
+    auto& ack2 = AckParameters(m);
     EXPECT_EQ("192.0.2.100:20000", H245Text(ack2.get_mediaChannel()));
     EXPECT_FALSE(ack2.mediaControlChannel_isPresent());
 
@@ -440,8 +373,7 @@ TEST_F(CallFlowTest, T120SeparateStackAddress) {
     EXPECT_EQ(std::vector<std::string>{"translateMedia dir=1 10.0.0.5:1503 pre=10.0.0.5:1503"},
               host().events);
     EXPECT_TRUE(LogCapture::Has("H.245\tOffering T.120 address of 10.0.0.5:1503\n"));
-    H245::MultimediaSystemControlMessage sent;
-    ASSERT_EQ(1, ASN1::ASNDecode(out.data(), static_cast<unsigned>(out.size()), sent));
+    H245::MultimediaSystemControlMessage sent = DecodeH245(out);
     EXPECT_EQ("192.0.2.100:40000", H245Text(sent.ref_request()
                                                 .ref_openLogicalChannel()
                                                 .ref_separateStack()
@@ -553,40 +485,26 @@ TEST_F(CallFlowTest, HostRefusingTheH245RelayShutsTheCallDown) {
     host().failOpenH245 = true;
     TestCall call;
     ASSERT_EQ(1, call.Send(true, SlowStartSetup()));
-    H225::H323_UserInformation connect = Message(Body::connect::id_);
-    SetTransportAddress(
-        connect.ref_h323_uu_pdu().ref_h323_message_body().ref_connect().set_h245Address(
-            H225::TransportAddress()),
-        "192.0.2.10:1232");
-    EXPECT_EQ(-2, call.Send(false, Frame(Encode(connect), 0x07)));
+    EXPECT_EQ(-2, call.Send(false, ConnectWithH245Address("192.0.2.10:1232")));
     EXPECT_EQ(VOIPXLATE_H225_SETUP, call.Info().state); // a failed CONNECT does not connect
 }
 
 TEST_F(CallFlowTest, RepeatedH245AddressKeepsTheFirstRelay) {
     LogCapture log(1);
     TestCall call;
-    H225::H323_UserInformation ui = SynthSetup();
-    SetupOf(ui).removeOptionalField(H225::Setup_UUIE::e_fastStart);
-    ui.ref_h323_uu_pdu().removeOptionalField(H225::H323_UU_PDU::e_h245Control);
+    H225::H323_UserInformation ui = SlowStartSetupMessage();
     SetTransportAddress(SetupOf(ui).set_h245Address(H225::TransportAddress()), "10.0.0.5:1300");
     Bytes out;
     ASSERT_EQ(1, call.Send(true, Frame(Encode(ui)), &out));
     EXPECT_EQ(std::vector<std::string>{"openH245 dir=1 10.0.0.5:1300 pre=10.0.0.5:1300"},
               host().events);
 
-    H225::H323_UserInformation connect = Message(Body::connect::id_);
-    SetTransportAddress(
-        connect.ref_h323_uu_pdu().ref_h323_message_body().ref_connect().set_h245Address(
-            H225::TransportAddress()),
-        "192.0.2.10:1232");
-    ASSERT_EQ(1, call.Send(false, Frame(Encode(connect), 0x07), &out));
+    ASSERT_EQ(1, call.Send(false, ConnectWithH245Address("192.0.2.10:1232"), &out));
     EXPECT_EQ(1u, host().events.size());
     EXPECT_TRUE(LogCapture::Has("H.225\twarning: repeated request for H.245 address in CONNECT\n"));
     H225::H323_UserInformation sent;
     ASSERT_TRUE(DecodeFrame(out, sent));
-    EXPECT_EQ(
-        "192.0.2.100:30000",
-        H225Text(sent.ref_h323_uu_pdu().ref_h323_message_body().ref_connect().get_h245Address()));
+    EXPECT_EQ("192.0.2.100:30000", H225Text(ConnectOf(sent).get_h245Address()));
     EXPECT_EQ("10.0.0.5:1300", Text(call.handle->PeerH245Address()));
 }
 
@@ -621,11 +539,7 @@ TEST_F(CallFlowTest, SetupAddressChecks) {
 
     TestCall ipx;
     H225::H323_UserInformation ui = SynthSetup();
-    SetupOf(ui).ref_destCallSignalAddress().select(H225::TransportAddress::ipxAddress::id_);
-    auto& ipxAddress = SetupOf(ui).ref_destCallSignalAddress().ref_ipxAddress();
-    ipxAddress.ref_node().assign(6, '\1');
-    ipxAddress.ref_netnum().assign(4, '\2');
-    ipxAddress.ref_port().assign(2, '\3');
+    SetIpx(SetupOf(ui).ref_destCallSignalAddress());
     EXPECT_EQ(-2, ipx.Send(true, Frame(Encode(ui))));
     EXPECT_TRUE(LogCapture::Has("H.225\terror: setup contains non-IP destCallSignalAddress\n"));
 }

@@ -3,13 +3,12 @@
 // again and, where tshark is installed, by tshark's dissectors.
 #include "h323_test_support.h"
 #include "log_capture.h"
+#include "tshark_support.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
+#include <algorithm>
 #include <map>
-#include <unistd.h>
 
 namespace {
 
@@ -54,133 +53,37 @@ Replay ReplayCapture(TestCall& call, const std::vector<CapturedPdu>& pdus) {
     return replay;
 }
 
-// --- Classic pcap of TPKT-framed PDUs, for tshark ------------------------------------------------
-
-void Put16(Bytes& out, unsigned v) {
-    out.push_back(static_cast<unsigned char>(v >> 8));
-    out.push_back(static_cast<unsigned char>(v));
-}
-void Put32(Bytes& out, uint32_t v) {
-    Put16(out, v >> 16);
-    Put16(out, v & 0xFFFF);
-}
-void Put32LE(Bytes& out, uint32_t v) {
-    for (int i = 0; i < 4; ++i)
-        out.push_back(static_cast<unsigned char>(v >> (8 * i)));
-}
-
-// Ethernet, IPv4 and TCP around each PDU: originator 10.1.3.143, destination 10.1.6.18, call
-// signalling on 1720 and H.245 on 1232. The pcap header fields are little-endian, whatever the
-// host's byte order.
-Bytes Pcap(const std::vector<CapturedPdu>& pdus) {
-    Bytes file;
-    Put32LE(file, 0xa1b2c3d4);
-    file.push_back(2); // version 2.4
-    file.push_back(0);
-    file.push_back(4);
-    file.push_back(0);
-    Put32LE(file, 0);
-    Put32LE(file, 0);
-    Put32LE(file, 65535);
-    Put32LE(file, 1); // Ethernet
-    std::map<std::pair<bool, bool>, uint32_t> sequence;
-    uint32_t second = 1000000000;
-    for (const CapturedPdu& pdu : pdus) {
-        const unsigned tpktLength = static_cast<unsigned>(pdu.bytes.size()) + 4;
-        Bytes packet = {0, 0, 0, 0, 0, 2, 0, 0, 0, 0, 0, 1, 0x08, 0x00};
-        const unsigned ipLength = 20 + 20 + tpktLength;
-        Bytes ip = {0x45, 0};
-        Put16(ip, ipLength);
-        Put16(ip, 0);
-        Put16(ip, 0x4000);
-        ip.push_back(64);
-        ip.push_back(6);
-        Put16(ip, 0);
-        const Bytes originator = {10, 1, 3, 143}, destination = {10, 1, 6, 18};
-        const Bytes& src = pdu.fromOriginator ? originator : destination;
-        const Bytes& dst = pdu.fromOriginator ? destination : originator;
-        ip.insert(ip.end(), src.begin(), src.end());
-        ip.insert(ip.end(), dst.begin(), dst.end());
-        uint32_t sum = 0;
-        for (std::size_t i = 0; i < ip.size(); i += 2)
-            sum += (ip[i] << 8) | ip[i + 1];
-        while (sum >> 16)
-            sum = (sum & 0xFFFF) + (sum >> 16);
-        ip[10] = static_cast<unsigned char>(~sum >> 8);
-        ip[11] = static_cast<unsigned char>(~sum);
-        packet.insert(packet.end(), ip.begin(), ip.end());
-        const unsigned serverPort = pdu.h245 ? 1232 : 1720;
-        const unsigned clientPort = pdu.h245 ? 32804 : 32803;
-        Put16(packet, pdu.fromOriginator ? clientPort : serverPort);
-        Put16(packet, pdu.fromOriginator ? serverPort : clientPort);
-        uint32_t& seq = sequence[{pdu.h245, pdu.fromOriginator}];
-        Put32(packet, seq + 1);
-        Put32(packet, sequence[{pdu.h245, !pdu.fromOriginator}] + 1);
-        seq += tpktLength;
-        packet.push_back(0x50);
-        packet.push_back(0x18); // PSH, ACK
-        Put16(packet, 65535);
-        Put16(packet, 0);
-        Put16(packet, 0);
-        packet.push_back(3); // TPKT (RFC 1006)
-        packet.push_back(0);
-        Put16(packet, tpktLength);
-        packet.insert(packet.end(), pdu.bytes.begin(), pdu.bytes.end());
-        Put32LE(file, second++);
-        Put32LE(file, 0);
-        Put32LE(file, static_cast<uint32_t>(packet.size()));
-        Put32LE(file, static_cast<uint32_t>(packet.size()));
-        file.insert(file.end(), packet.begin(), packet.end());
-    }
-    return file;
-}
-
-bool HaveTshark() {
-    return std::system("command -v tshark > /dev/null 2>&1") == 0;
-}
-
 // tshark's view of the PDUs: one line per frame with the malformed and error markers and the
-// H.225.0 and H.245 addresses it found.
+// H.225.0 and H.245 addresses it found. Each PDU goes in a TPKT (RFC 1006) of its own, in TCP from
+// the originator 10.1.3.143 to the destination 10.1.6.18 or back, call signalling on 1720 and
+// H.245 on 1232.
 std::vector<std::string> Tshark(const std::vector<CapturedPdu>& pdus) {
-    char path[] = "/tmp/voipfilter-h323-XXXXXX";
-    const int fd = mkstemp(path);
-    EXPECT_GE(fd, 0);
-    const Bytes file = Pcap(pdus);
-    EXPECT_EQ(static_cast<ssize_t>(file.size()), write(fd, file.data(), file.size()));
-    close(fd);
-    const std::string command =
-        std::string("tshark -r ") + path +
-        " -d tcp.port==1232,h245 -T fields -E separator=/s -e frame.number -e _ws.malformed"
-        " -e _ws.expert.severity -e h225.ipV4 -e h225.ipV4_port -e h225.h245Ip"
-        " -e h225.h245IpPort -e h245.ip4_network -e h245.tsapIdentifier"
-        " 2>/dev/null";
-    std::vector<std::string> lines;
-    if (FILE* pipe = popen(command.c_str(), "r")) {
-        char line[4096];
-        while (std::fgets(line, sizeof line, pipe))
-            lines.emplace_back(line);
-        pclose(pipe);
+    pcap::Writer writer(pcap::kEthernet);
+    std::map<std::pair<bool, bool>, uint32_t> sequence; // by (H.245, from the originator)
+    for (const CapturedPdu& pdu : pdus) {
+        const sockaddr_type client = Addr(pdu.h245 ? "10.1.3.143:32804" : "10.1.3.143:32803");
+        const sockaddr_type server = Addr(pdu.h245 ? "10.1.6.18:1232" : "10.1.6.18:1720");
+        Bytes tpkt;
+        pcap::Put16(tpkt, 0x0300); // version 3, reserved
+        pcap::Put16(tpkt, static_cast<unsigned>(pdu.bytes.size() + 4));
+        tpkt.insert(tpkt.end(), pdu.bytes.begin(), pdu.bytes.end());
+        uint32_t& seq = sequence[{pdu.h245, pdu.fromOriginator}];
+        const uint32_t ack = sequence[{pdu.h245, !pdu.fromOriginator}] + 1;
+        writer.Add(pdu.fromOriginator ? pcap::TcpFrame(client, server, seq + 1, ack, tpkt)
+                                      : pcap::TcpFrame(server, client, seq + 1, ack, tpkt));
+        seq += static_cast<uint32_t>(tpkt.size());
     }
-    if (std::getenv("VOIPFILTER_KEEP_PCAP") == nullptr)
-        unlink(path);
-    else
-        std::fprintf(stderr, "kept %s\n", path);
-    return lines;
+    TempFile file("h323.pcap");
+    EXPECT_TRUE(writer.Save(file.path()));
+    return tshark::Run(file.path(),
+                       "-d tcp.port==1232,h245 -T fields -E separator=/s -e frame.number "
+                       "-e _ws.malformed -e _ws.expert.severity -e h225.ipV4 -e h225.ipV4_port "
+                       "-e h225.h245Ip -e h225.h245IpPort -e h245.ip4_network "
+                       "-e h245.tsapIdentifier");
 }
 
-class CorpusTest : public RegistryTest {
+class CorpusTest : public H323HostTest {
 protected:
-    void SetUp() override {
-        RegistryTest::SetUp();
-        host().Reset();
-        host().Install();
-    }
-    void TearDown() override {
-        host().Reset();
-        RegistryTest::TearDown();
-    }
-    static TestHost& host() { return TestHost::Get(); }
-
     static CallAddresses RtpExampleAddresses() {
         CallAddresses a;
         a.expectedOriginator = Addr("10.1.3.143:32803");
@@ -209,34 +112,16 @@ protected:
         EXPECT_EQ("198.51.100.1:1720", H225Text(s.get_sourceCallSignalAddress()));
         EXPECT_EQ("198.51.100.2:1720", H225Text(s.get_destCallSignalAddress()));
         ASSERT_TRUE(DecodeFrame(replay.sent[3].bytes, connect));
-        EXPECT_EQ(
-            "192.0.2.100:30000",
-            H225Text(
-                connect.ref_h323_uu_pdu().ref_h323_message_body().ref_connect().get_h245Address()));
+        EXPECT_EQ("192.0.2.100:30000", H225Text(ConnectOf(connect).get_h245Address()));
 
         // Both OLCs carry only RTCP; both acks carry RTP and RTCP.
         const char* expectedRTCP[] = {"192.0.2.100:20001", "192.0.2.100:20003"};
-        for (int i = 0; i < 2; ++i) {
-            H245::MultimediaSystemControlMessage m;
-            const Bytes& b = replay.sent[12 + i].bytes;
-            ASSERT_EQ(1, ASN1::ASNDecode(b.data(), static_cast<unsigned>(b.size()), m));
-            EXPECT_EQ(expectedRTCP[i], H245Text(m.ref_request()
-                                                    .ref_openLogicalChannel()
-                                                    .ref_forwardLogicalChannelParameters()
-                                                    .ref_multiplexParameters()
-                                                    .ref_h2250LogicalChannelParameters()
-                                                    .get_mediaControlChannel()));
-        }
         const char* expectedAckRTP[] = {"192.0.2.100:20000", "192.0.2.100:20002"};
         for (int i = 0; i < 2; ++i) {
-            H245::MultimediaSystemControlMessage m;
-            const Bytes& b = replay.sent[14 + i].bytes;
-            ASSERT_EQ(1, ASN1::ASNDecode(b.data(), static_cast<unsigned>(b.size()), m));
-            EXPECT_EQ(expectedAckRTP[i], H245Text(m.ref_response()
-                                                      .ref_openLogicalChannelAck()
-                                                      .ref_forwardMultiplexAckParameters()
-                                                      .ref_h2250LogicalChannelAckParameters()
-                                                      .get_mediaChannel()));
+            H245::MultimediaSystemControlMessage olc = DecodeH245(replay.sent[12 + i].bytes);
+            EXPECT_EQ(expectedRTCP[i], H245Text(OlcParameters(olc).get_mediaControlChannel()));
+            H245::MultimediaSystemControlMessage ack = DecodeH245(replay.sent[14 + i].bytes);
+            EXPECT_EQ(expectedAckRTP[i], H245Text(AckParameters(ack).get_mediaChannel()));
         }
         EXPECT_EQ((std::vector<std::string>{
                       "openH245 dir=0 10.1.6.18:1232 pre=10.1.6.18:1232",
@@ -260,13 +145,13 @@ protected:
         EXPECT_EQ(61u, session.destinationChannel);
         EXPECT_EQ(VOIPXLATE_H225_CONNECTED, call.Info().state);
 
-        if (!HaveTshark())
+        if (!tshark::Available())
             GTEST_SKIP() << "tshark is not installed: the rewritten call is not dissected";
         const std::vector<std::string> lines = Tshark(replay.sent);
         ASSERT_EQ(16u, lines.size()); // one frame per PDU
         std::string all;
         for (const std::string& line : lines) {
-            all += line;
+            all += line + "\n";
             EXPECT_EQ(std::string::npos, line.find("Malformed")) << line;
         }
         // The rewritten addresses are what tshark reads; the endpoints' own are gone from the
@@ -358,7 +243,7 @@ TEST_F(CorpusTest, EkigaFastStartSetup) {
     EXPECT_TRUE(LogCapture::Has("H.225\tRemoving parallelH245Control\n"));
     EXPECT_FALSE(host().Events("openRTP").empty());
 
-    if (!HaveTshark())
+    if (!tshark::Available())
         GTEST_SKIP() << "tshark is not installed: the rewritten SETUP is not dissected";
     CapturedPdu rewritten;
     rewritten.fromOriginator = true;
@@ -370,7 +255,7 @@ TEST_F(CorpusTest, EkigaFastStartSetup) {
 }
 
 TEST_F(CorpusTest, PcapWriterFramesAsTsharkExpects) {
-    if (!HaveTshark())
+    if (!tshark::Available())
         GTEST_SKIP() << "tshark is not installed";
     // The captured call as it came, through the same writer: tshark must see what it saw in
     // the original capture.
@@ -378,7 +263,7 @@ TEST_F(CorpusTest, PcapWriterFramesAsTsharkExpects) {
     ASSERT_EQ(16u, lines.size());
     std::string all;
     for (const std::string& line : lines)
-        all += line;
+        all += line + "\n";
     for (const char* text : {"10.1.3.143", "10.1.6.18", "32803", "1232", "5001"})
         EXPECT_NE(std::string::npos, all.find(text)) << text;
     EXPECT_EQ(std::string::npos, all.find("Malformed"));

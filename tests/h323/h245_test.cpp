@@ -7,24 +7,10 @@
 
 namespace {
 
-class H245Test : public RegistryTest {
+class H245Test : public H323HostTest {
 protected:
-    void SetUp() override {
-        RegistryTest::SetUp();
-        host().Reset();
-        host().Install();
-    }
-    void TearDown() override {
-        host().Reset();
-        RegistryTest::TearDown();
-    }
-    static TestHost& host() { return TestHost::Get(); }
-
     static H245::MultimediaSystemControlMessage SynthTCS() {
-        const Bytes bytes = ReadFile(DataFile("h323/synth-h245-tcs.bin"));
-        H245::MultimediaSystemControlMessage message;
-        EXPECT_EQ(1, ASN1::ASNDecode(bytes.data(), static_cast<unsigned>(bytes.size()), message));
-        return message;
+        return DecodeH245(ReadFile(DataFile("h323/synth-h245-tcs.bin")));
     }
 
     H225TranslatorContext call{TestHost::this_call(), Addr("10.0.0.5:1720"),
@@ -121,9 +107,8 @@ TEST_F(H245Test, CapabilitySetFilteringDropsEmptiedSetsAndDescriptors) {
     EXPECT_EQ(3u, descriptors[0].get_simultaneousCapabilities()[0].size());
     EXPECT_EQ(7, descriptors[1].get_capabilityDescriptorNumber().getValue());
     EXPECT_FALSE(descriptors[1].simultaneousCapabilities_isPresent());
-    const Bytes encoded = Encode(message);
     H245::MultimediaSystemControlMessage again;
-    EXPECT_EQ(1, ASN1::ASNDecode(encoded.data(), static_cast<unsigned>(encoded.size()), again));
+    EXPECT_TRUE(Decode(Encode(message), again));
 
     // With every codec refused, the first descriptor loses all its numbers and goes.
     message = SynthTCS();
@@ -151,12 +136,7 @@ TEST_F(H245Test, TunnelledElementsAreTranslatedOneByOne) {
         H245::MultimediaSystemControlMessage m;
         ASSERT_EQ(1, ASN1::ASNDecode(control[i], m));
         EXPECT_EQ(i == 0 ? "192.0.2.100:20000" : "192.0.2.100:20002",
-                  H245Text(m.ref_request()
-                               .ref_openLogicalChannel()
-                               .ref_forwardLogicalChannelParameters()
-                               .ref_multiplexParameters()
-                               .ref_h2250LogicalChannelParameters()
-                               .get_mediaChannel()));
+                  H245Text(OlcParameters(m).get_mediaChannel()));
     }
     // An element the dispatcher does not touch, and one it fails on, leave the result at 0.
     host().failOpenRTP = true;
@@ -180,13 +160,8 @@ TEST_F(H245Test, MediaAddressesDerivedFromTheOneGiven) {
     EXPECT_EQ("openRTP dir=1 session=1 codec=PCMU rtp=10.0.0.5:5000 rtcp=10.0.0.5:5001 "
               "pre=10.0.0.5:5000",
               host().events[0]);
-    H245::MultimediaSystemControlMessage m;
-    ASSERT_EQ(1, ASN1::ASNDecode(out.data(), size, m));
-    auto& p = m.ref_request()
-                  .ref_openLogicalChannel()
-                  .ref_forwardLogicalChannelParameters()
-                  .ref_multiplexParameters()
-                  .ref_h2250LogicalChannelParameters();
+    H245::MultimediaSystemControlMessage m = DecodeH245(Bytes(out.begin(), out.begin() + size));
+    auto& p = OlcParameters(m);
     EXPECT_FALSE(p.mediaChannel_isPresent());
     EXPECT_EQ("192.0.2.100:20001", H245Text(p.get_mediaControlChannel()));
 

@@ -3,51 +3,14 @@
 #ifndef VOIPFILTER_TESTS_H323_TEST_SUPPORT_H
 #define VOIPFILTER_TESTS_H323_TEST_SUPPORT_H
 
-#include "asn1/asn_codec.h"
-#include "h225_xlate.h"
-#include "h245_xlate.h"
+#include "pdu_util.h"
 #include "registry_guard.h"
-#include "sockaddr.h"
 
 #include <voipfilter/voipfilter.h>
 
-#include <arpa/inet.h>
-
-#include <cstring>
-#include <fstream>
-#include <iterator>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
-
-using Bytes = std::vector<unsigned char>;
-namespace H225 = H323_MESSAGES;
-namespace H245 = MULTIMEDIA_SYSTEM_CONTROL;
-
-inline sockaddr_type Addr(const std::string& text) {
-    sockaddr_type address;
-    string_to_sockaddr_type(address, text);
-    return address;
-}
-
-inline std::string Text(const sockaddr_type& address) {
-    std::ostringstream os;
-    os << address;
-    return os.str();
-}
-
-inline Bytes ReadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-inline Bytes FromHex(const std::string& hex) {
-    Bytes bytes;
-    for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
 
 // The host: every callback appends one line to `events`; channels are opened on 192.0.2.100
 // with even RTP ports from 20000 on (RTCP one higher) and handles from 101 on.
@@ -169,6 +132,21 @@ private:
     }
 };
 
+// Fixture: an empty registry with the recording host installed, reset around each test.
+class H323HostTest : public RegistryTest {
+protected:
+    void SetUp() override {
+        RegistryTest::SetUp();
+        host().Reset();
+        host().Install();
+    }
+    void TearDown() override {
+        host().Reset();
+        RegistryTest::TearDown();
+    }
+    static TestHost& host() { return TestHost::Get(); }
+};
+
 // The four call addresses of the tests: the originator 10.0.0.5 behind the firewall calls
 // 192.0.2.10; the firewall announces itself as 198.51.100.1 towards each side.
 struct CallAddresses {
@@ -236,20 +214,6 @@ public:
 
 // --- Building messages ---------------------------------------------------------------------------
 
-template <class T> Bytes Encode(T&& value) {
-    Bytes bytes(8192);
-    unsigned size = static_cast<unsigned>(bytes.size());
-    EXPECT_EQ(1, ASN1::ASNEncode(value, bytes.data(), &size));
-    bytes.resize(size);
-    return bytes;
-}
-
-template <class T> ASN1::OCTET_STRING EncodeOctets(T&& value) {
-    ASN1::OCTET_STRING octets;
-    ASN1::ASNEncode(value, octets);
-    return octets;
-}
-
 // A Q.931 frame: header (call reference 1, message type), the given elements, then user-user.
 inline Bytes Frame(const Bytes& userInformation, unsigned char messageType = 0x05,
                    const Bytes& elementsBefore = {}, const Bytes& elementsAfter = {}) {
@@ -284,30 +248,6 @@ inline bool DecodeFrame(const Bytes& frame, H225::H323_UserInformation& out) {
         return false;
     out = reader.UserInformation();
     return true;
-}
-
-inline void SetTransportAddress(H225::TransportAddress& address, const std::string& text) {
-    EncodeH225TransportAddress(Addr(text), address);
-}
-
-inline std::string H225Text(const H225::TransportAddress& address) {
-    sockaddr_type a;
-    DecodeH225TransportAddress(address, a);
-    return Text(a);
-}
-
-inline std::string H245Text(const H245::TransportAddress& address) {
-    sockaddr_type a;
-    DecodeH245TransportAddress(address, a);
-    return Text(a);
-}
-
-inline void SetH245Address(H245::TransportAddress& address, const std::string& text) {
-    EncodeH245TransportAddress(Addr(text), address);
-}
-
-inline void SetProtocol(ASN1::OBJECT_IDENTIFIER& oid) {
-    oid = ASN1::OBJECT_IDENTIFIER({0, 0, 8, 2250, 0, 4});
 }
 
 // An empty user information carrying the given body alternative, h245Tunneling as asked.
@@ -362,6 +302,24 @@ inline H225::H323_UserInformation Message(int tag, bool tunnelling = false) {
     return ui;
 }
 
+// G.711 mu-law (or another audio alternative) at 20 frames a packet.
+inline void SetAudio(H245::DataType& dataType, int audio) {
+    dataType.select(H245::DataType::audioData::id_);
+    auto& capability = dataType.ref_audioData();
+    capability.select(audio);
+    if (auto* frames = dynamic_cast<ASN1::INTEGER*>(capability.getSelection()))
+        *frames = 20;
+}
+
+// The session and the RTP and RTCP addresses of a channel; an empty text leaves one out.
+template <class Parameters>
+void SetMedia(Parameters& params, const std::string& rtp, const std::string& rtcp) {
+    if (!rtp.empty())
+        SetH245Address(params.set_mediaChannel(H245::TransportAddress()), rtp);
+    if (!rtcp.empty())
+        SetH245Address(params.set_mediaControlChannel(H245::TransportAddress()), rtcp);
+}
+
 // An OpenLogicalChannel with G.711 mu-law (or another audio alternative) over H.225.0.
 inline H245::OpenLogicalChannel AudioOLC(int channel, int session, const std::string& rtp,
                                          const std::string& rtcp,
@@ -369,20 +327,12 @@ inline H245::OpenLogicalChannel AudioOLC(int channel, int session, const std::st
     H245::OpenLogicalChannel olc;
     olc.ref_forwardLogicalChannelNumber() = channel;
     auto& forward = olc.ref_forwardLogicalChannelParameters();
-    forward.ref_dataType().select(H245::DataType::audioData::id_);
-    auto& capability = forward.ref_dataType().ref_audioData();
-    capability.select(audio);
-    if (auto* frames = dynamic_cast<ASN1::INTEGER*>(capability.getSelection()))
-        *frames = 20;
+    SetAudio(forward.ref_dataType(), audio);
     auto& mux = forward.ref_multiplexParameters();
     mux.select(H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters::
                    h2250LogicalChannelParameters::id_);
-    auto& params = mux.ref_h2250LogicalChannelParameters();
-    params.ref_sessionID() = session;
-    if (!rtp.empty())
-        SetH245Address(params.set_mediaChannel(H245::TransportAddress()), rtp);
-    if (!rtcp.empty())
-        SetH245Address(params.set_mediaControlChannel(H245::TransportAddress()), rtcp);
+    mux.ref_h2250LogicalChannelParameters().ref_sessionID() = session;
+    SetMedia(mux.ref_h2250LogicalChannelParameters(), rtp, rtcp);
     return olc;
 }
 
@@ -398,21 +348,13 @@ ReverseAudioOLC(int channel, int session, const std::string& rtp, const std::str
         H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters::none::id_);
     auto& reverse = olc.set_reverseLogicalChannelParameters(
         H245::OpenLogicalChannel_reverseLogicalChannelParameters());
-    reverse.ref_dataType().select(H245::DataType::audioData::id_);
-    auto& capability = reverse.ref_dataType().ref_audioData();
-    capability.select(audio);
-    if (auto* frames = dynamic_cast<ASN1::INTEGER*>(capability.getSelection()))
-        *frames = 20;
+    SetAudio(reverse.ref_dataType(), audio);
     auto& mux = reverse.set_multiplexParameters(
         H245::OpenLogicalChannel_reverseLogicalChannelParameters_multiplexParameters());
     mux.select(H245::OpenLogicalChannel_reverseLogicalChannelParameters_multiplexParameters::
                    h2250LogicalChannelParameters::id_);
-    auto& params = mux.ref_h2250LogicalChannelParameters();
-    params.ref_sessionID() = session;
-    if (!rtp.empty())
-        SetH245Address(params.set_mediaChannel(H245::TransportAddress()), rtp);
-    if (!rtcp.empty())
-        SetH245Address(params.set_mediaControlChannel(H245::TransportAddress()), rtcp);
+    mux.ref_h2250LogicalChannelParameters().ref_sessionID() = session;
+    SetMedia(mux.ref_h2250LogicalChannelParameters(), rtp, rtcp);
     return olc;
 }
 
@@ -424,11 +366,7 @@ inline H245::OpenLogicalChannelAck OLCAck(int channel, const std::string& rtp,
         H245::OpenLogicalChannelAck_forwardMultiplexAckParameters());
     mux.select(H245::OpenLogicalChannelAck_forwardMultiplexAckParameters::
                    h2250LogicalChannelAckParameters::id_);
-    auto& params = mux.ref_h2250LogicalChannelAckParameters();
-    if (!rtp.empty())
-        SetH245Address(params.set_mediaChannel(H245::TransportAddress()), rtp);
-    if (!rtcp.empty())
-        SetH245Address(params.set_mediaControlChannel(H245::TransportAddress()), rtcp);
+    SetMedia(mux.ref_h2250LogicalChannelAckParameters(), rtp, rtcp);
     return ack;
 }
 
@@ -448,8 +386,63 @@ inline H245::MultimediaSystemControlMessage Response(const H245::OpenLogicalChan
     return message;
 }
 
-inline std::string DataFile(const std::string& name) {
-    return std::string(VOIPFILTER_TEST_DATA_DIR) + "/" + name;
+// The synthesized SETUP: 10.0.0.5 calls 192.0.2.10 with six fast start proposals for session 1
+// (G.729A, G.711 mu-law, A-law, each receive and transmit) and tunnelled H.245 (TCS and MSD).
+inline H225::H323_UserInformation SynthSetup() {
+    H225::H323_UserInformation ui;
+    EXPECT_TRUE(DecodeFrame(ReadFile(DataFile("h323/synth-setup-faststart.q931.bin")), ui));
+    return ui;
+}
+
+inline H225::Setup_UUIE& SetupOf(H225::H323_UserInformation& ui) {
+    return ui.ref_h323_uu_pdu().ref_h323_message_body().ref_setup();
+}
+
+inline H225::Connect_UUIE& ConnectOf(H225::H323_UserInformation& ui) {
+    return ui.ref_h323_uu_pdu().ref_h323_message_body().ref_connect();
+}
+
+// The synthesized SETUP without fast start and without tunnelled H.245: a slow-start call.
+inline H225::H323_UserInformation SlowStartSetupMessage() {
+    H225::H323_UserInformation ui = SynthSetup();
+    SetupOf(ui).removeOptionalField(H225::Setup_UUIE::e_fastStart);
+    ui.ref_h323_uu_pdu().removeOptionalField(H225::H323_UU_PDU::e_h245Control);
+    return ui;
+}
+
+inline Bytes SlowStartSetup() {
+    return Frame(Encode(SlowStartSetupMessage()));
+}
+
+// A CONNECT framed for sending, announcing the callee's H.245 address.
+inline Bytes ConnectWithH245Address(const std::string& h245) {
+    H225::H323_UserInformation connect = Message(H225::H323_UU_PDU_h323_message_body::connect::id_);
+    SetTransportAddress(ConnectOf(connect).set_h245Address(H225::TransportAddress()), h245);
+    return Frame(Encode(connect), 0x07);
+}
+
+// An H.245 message as sent, decoded again.
+inline H245::MultimediaSystemControlMessage DecodeH245(const Bytes& pdu) {
+    H245::MultimediaSystemControlMessage message;
+    EXPECT_TRUE(Decode(pdu, message));
+    return message;
+}
+
+// The H.225.0 parameters of an OpenLogicalChannel request's forward channel.
+inline H245::H2250LogicalChannelParameters& OlcParameters(H245::MultimediaSystemControlMessage& m) {
+    return m.ref_request()
+        .ref_openLogicalChannel()
+        .ref_forwardLogicalChannelParameters()
+        .ref_multiplexParameters()
+        .ref_h2250LogicalChannelParameters();
+}
+
+inline H245::H2250LogicalChannelAckParameters&
+AckParameters(H245::MultimediaSystemControlMessage& m) {
+    return m.ref_response()
+        .ref_openLogicalChannelAck()
+        .ref_forwardMultiplexAckParameters()
+        .ref_h2250LogicalChannelAckParameters();
 }
 
 #endif

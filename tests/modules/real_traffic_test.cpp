@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <type_traits>
 
 #include <sstream>
 #include <string>
@@ -46,7 +47,7 @@ template <class T>::testing::AssertionResult RoundTrip(const std::vector<unsigne
     out.resize(size);
     if (out != in)
         return ::testing::AssertionFailure()
-               << "re-encoded differently\n  in : " << Hex(in) << "\n  out: " << Hex(out);
+               << "re-encoded differently\n  in : " << Hex(in, " ") << "\n  out: " << Hex(out, " ");
     return ::testing::AssertionSuccess();
 }
 
@@ -92,12 +93,9 @@ TEST(RealTraffic, EveryPduDecodesAndReencodesToTheSameOctets) {
         SCOPED_TRACE(pdu.file + " (" + pdu.note + ")");
         if (TsharkMalformed(pdu.file))
             continue;
-        if (pdu.kind == "uuie")
-            EXPECT_TRUE(RoundTrip<H323_UserInformation>(pdu.bytes));
-        else if (pdu.kind == "ras")
-            EXPECT_TRUE(RoundTrip<RasMessage>(pdu.bytes));
-        else
-            EXPECT_TRUE(RoundTrip<MultimediaSystemControlMessage>(pdu.bytes));
+        WithType(pdu.kind, [&](auto* type) {
+            EXPECT_TRUE(RoundTrip<std::remove_pointer_t<decltype(type)>>(pdu.bytes));
+        });
         ++checked;
     }
     EXPECT_EQ(checked, 79u);
@@ -119,12 +117,9 @@ TEST(RealTraffic, BufferOneOctetShortIsRefused) {
         SCOPED_TRACE(pdu.file);
         if (TsharkMalformed(pdu.file))
             continue;
-        if (pdu.kind == "uuie")
-            ExpectShortBufferRefused<H323_UserInformation>(pdu.bytes);
-        else if (pdu.kind == "ras")
-            ExpectShortBufferRefused<RasMessage>(pdu.bytes);
-        else
-            ExpectShortBufferRefused<MultimediaSystemControlMessage>(pdu.bytes);
+        WithType(pdu.kind, [&](auto* type) {
+            ExpectShortBufferRefused<std::remove_pointer_t<decltype(type)>>(pdu.bytes);
+        });
     }
 }
 
@@ -191,12 +186,10 @@ TEST(RealTraffic, SyntheticSetupAddresses) {
     Setup_UUIE& setup = info.ref_h323_uu_pdu().ref_h323_message_body().ref_setup();
     ASSERT_TRUE(setup.destCallSignalAddress_isPresent());
     const TransportAddress_ipAddress& dest = setup.get_destCallSignalAddress().get_ipAddress();
-    EXPECT_EQ(Hex(std::vector<unsigned char>(dest.get_ip().begin(), dest.get_ip().end())),
-              "c0 00 02 0a");
+    EXPECT_EQ(Hex(dest.get_ip(), " "), "c0 00 02 0a");
     EXPECT_EQ(dest.get_port(), 1720);
     const TransportAddress_ipAddress& src = setup.get_sourceCallSignalAddress().get_ipAddress();
-    EXPECT_EQ(Hex(std::vector<unsigned char>(src.get_ip().begin(), src.get_ip().end())),
-              "0a 00 00 05");
+    EXPECT_EQ(Hex(src.get_ip(), " "), "0a 00 00 05");
     EXPECT_EQ(setup.ref_fastStart().size(), 6u);
 }
 
@@ -237,8 +230,7 @@ TEST(RealTraffic, AselsanSetupIsRefused) {
     Setup_UUIE& setup = body.ref_setup();
     ASSERT_TRUE(setup.callIdentifier_isPresent());
     const ASN1::OCTET_STRING& guid = setup.get_callIdentifier().get_guid();
-    EXPECT_EQ(Hex(std::vector<unsigned char>(guid.begin(), guid.end())),
-              "00 40 91 fb 72 89 f9 11 80 2a 05 04 03 02 01 00");
+    EXPECT_EQ(Hex(guid, " "), "00 40 91 fb 72 89 f9 11 80 2a 05 04 03 02 01 00");
     EXPECT_EQ(setup.get_sourceCallSignalAddress().get_ipAddress().get_port(), 1720);
     // The peer's extension map has exactly this edition's 26 bits; the last one,
     // additionalSourceAddresses, is set, and its one element failed (a failed element is erased).

@@ -1,12 +1,10 @@
 // RAS translation through the C API, with a recording host: GatekeeperRequest and
 // RegistrationRequest rewriting, the signalling-port mapping table, and real RAS traffic.
-#include "asn1/asn_codec.h"
-#include "h225_xlate.h"
 #include "modules/h323_messages.h"
 #include "ras_xlate.h"
-#include "sockaddr.h"
 
 #include "log_capture.h"
+#include "pdu_util.h"
 #include "registry_guard.h"
 #include "tshark_support.h"
 
@@ -16,59 +14,15 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
-#include <sstream>
 #include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
-namespace H225 = H323_MESSAGES;
-
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
-sockaddr_type Addr(const std::string& text) {
-    sockaddr_type a;
-    string_to_sockaddr_type(a, text);
-    return a;
-}
-
-std::string Text(const sockaddr_type& a) {
-    std::ostringstream os;
-    os << a;
-    return os.str();
-}
-
-std::string Text(const H225::TransportAddress& t) {
-    sockaddr_type a;
-    return DecodeH225TransportAddress(t, a) ? Text(a) : "(not IP)";
-}
-
-void Set(H225::TransportAddress& t, const std::string& text) {
-    ASSERT_TRUE(EncodeH225TransportAddress(Addr(text), t));
-}
-
-void SetIpx(H225::TransportAddress& t) {
-    t.select(H225::TransportAddress::ipxAddress::id_);
-    t.ref_ipxAddress().ref_node().assign(6, 1);
-    t.ref_ipxAddress().ref_netnum().assign(4, 2);
-    t.ref_ipxAddress().ref_port().assign(2, 3);
-}
-
-void SetProtocol(ASN1::OBJECT_IDENTIFIER& oid) {
-    for (unsigned arc : {0u, 0u, 8u, 2250u, 0u, 4u})
-        oid.append(arc);
-}
-
-template <class T> Bytes Encode(T& value) {
-    Bytes out(4096);
-    unsigned size = unsigned(out.size());
-    EXPECT_EQ(ASN1::ASNEncode(value, out.data(), &size), 1);
-    out.resize(size);
-    return out;
+Bytes ReadBytes(const std::string& file) {
+    return ReadFile(DataFile("ras/" + file));
 }
 
 H225::RasMessage Grq(const std::string& rasAddress) {
@@ -77,7 +31,7 @@ H225::RasMessage Grq(const std::string& rasAddress) {
     H225::GatekeeperRequest& grq = message.ref_gatekeeperRequest();
     grq.ref_requestSeqNum() = 1;
     SetProtocol(grq.ref_protocolIdentifier());
-    Set(grq.ref_rasAddress(), rasAddress);
+    SetTransportAddress(grq.ref_rasAddress(), rasAddress);
     return message;
 }
 
@@ -95,10 +49,10 @@ H225::RasMessage Rrq(const std::vector<std::string>& ras,
     SetProtocol(rrq.ref_protocolIdentifier());
     rrq.ref_rasAddress().resize(unsigned(ras.size()));
     for (unsigned i = 0; i < ras.size(); ++i)
-        Set(rrq.ref_rasAddress()[i], ras[i]);
+        SetTransportAddress(rrq.ref_rasAddress()[i], ras[i]);
     rrq.ref_callSignalAddress().resize(unsigned(signalling.size()));
     for (unsigned i = 0; i < signalling.size(); ++i)
-        Set(rrq.ref_callSignalAddress()[i], signalling[i]);
+        SetTransportAddress(rrq.ref_callSignalAddress()[i], signalling[i]);
     return message;
 }
 
@@ -118,13 +72,8 @@ H225::RasMessage Urq() {
     H225::UnregistrationRequest& urq = message.ref_unregistrationRequest();
     urq.ref_requestSeqNum() = 4;
     urq.ref_callSignalAddress().resize(1);
-    Set(urq.ref_callSignalAddress()[0], "192.168.1.10:1720");
+    SetTransportAddress(urq.ref_callSignalAddress()[0], "192.168.1.10:1720");
     return message;
-}
-
-Bytes ReadBytes(const std::string& file) {
-    std::ifstream in(std::string(VOIPFILTER_TEST_DATA_DIR) + "/ras/" + file, std::ios::binary);
-    return Bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
 }
 
 // --- The recording host ----------------------------------------------------------------------
@@ -161,6 +110,18 @@ void RemoveMapping(void* context, void* mapping) {
     Calls().push_back({"remove", 0, "", reinterpret_cast<uintptr_t>(mapping)});
 }
 
+// The C entry point with out as the output buffer; out keeps the length the call reports back.
+int TranslateInto(RASTranslatorContext* ras, int direction, const Bytes& in, Bytes& out,
+                  int* status) {
+    unsigned outLength = unsigned(out.size());
+    const int result =
+        h323xlate_ras_translatepdu(ras, direction, in.empty() ? out.data() : in.data(),
+                                   unsigned(in.size()), out.data(), &outLength, status);
+    EXPECT_LE(outLength, out.size());
+    out.resize(outLength);
+    return result;
+}
+
 class Ras : public RegistryTest {
 protected:
     void SetUp() override {
@@ -186,12 +147,9 @@ protected:
     int Translate(const Bytes& in, int* status, H225::RasMessage* rewritten = nullptr,
                   int direction = 1) {
         Bytes out(4096);
-        unsigned outLength = unsigned(out.size());
-        const int result = h323xlate_ras_translatepdu(
-            handle_, direction, in.data(), unsigned(in.size()), out.data(), &outLength, status);
+        const int result = TranslateInto(handle_, direction, in, out, status);
         if (result == 1 && rewritten != nullptr) {
-            EXPECT_LE(outLength, out.size());
-            EXPECT_EQ(ASN1::ASNDecode(out.data(), outLength, *rewritten), 1);
+            EXPECT_TRUE(Decode(out, *rewritten));
         }
         return result;
     }
@@ -227,18 +185,15 @@ TEST_F(Ras, GatekeeperRequestFromTheEndpointAnnouncesThePublicAddress) {
     H225::RasMessage out;
     EXPECT_EQ(Translate(grq, &status, &out), 1);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(Text(out.ref_gatekeeperRequest().ref_rasAddress()), "203.0.113.1:1719");
+    EXPECT_EQ(H225Text(out.ref_gatekeeperRequest().ref_rasAddress()), "203.0.113.1:1719");
 }
 
 TEST_F(Ras, GatekeeperRequestIsReencodedEvenWhenNothingMatches) {
     H225::RasMessage grq = Grq("192.168.1.99:1719");
     const Bytes in = Encode(grq);
     Bytes out(4096);
-    unsigned outLength = unsigned(out.size());
-    EXPECT_EQ(h323xlate_ras_translatepdu(handle_, 1, in.data(), unsigned(in.size()), out.data(),
-                                         &outLength, nullptr),
-              1);
-    EXPECT_EQ(Bytes(out.begin(), out.begin() + outLength), in);
+    EXPECT_EQ(TranslateInto(handle_, 1, in, out, nullptr), 1);
+    EXPECT_EQ(out, in);
 }
 
 TEST_F(Ras, AuthenticationCapabilityDropsTheFirstAlgorithm) {
@@ -305,10 +260,10 @@ TEST_F(Ras, RegistrationRequestTranslatesEverySignallingAddressThroughTheHost) {
     EXPECT_EQ(status, 3);
 
     H225::RegistrationRequest& r = out.ref_registrationRequest();
-    EXPECT_EQ(Text(r.ref_rasAddress()[0]), "203.0.113.1:1719");
-    EXPECT_EQ(Text(r.ref_rasAddress()[1]), "192.168.1.11:1719") << "only the endpoint's own";
-    EXPECT_EQ(Text(r.ref_callSignalAddress()[0]), "203.0.113.1:11720");
-    EXPECT_EQ(Text(r.ref_callSignalAddress()[1]), "203.0.113.1:11721");
+    EXPECT_EQ(H225Text(r.ref_rasAddress()[0]), "203.0.113.1:1719");
+    EXPECT_EQ(H225Text(r.ref_rasAddress()[1]), "192.168.1.11:1719") << "only the endpoint's own";
+    EXPECT_EQ(H225Text(r.ref_callSignalAddress()[0]), "203.0.113.1:11720");
+    EXPECT_EQ(H225Text(r.ref_callSignalAddress()[1]), "203.0.113.1:11721");
 
     ASSERT_EQ(Calls().size(), 2u);
     EXPECT_EQ(Calls()[0].found, "192.168.1.10:1720");
@@ -410,13 +365,9 @@ TEST_F(Ras, OtherMessagesPassWithTheirStatus) {
         ASSERT_FALSE(in.empty()) << file;
         int status = 99;
         Bytes out(4096, 0xAB);
-        unsigned outLength = unsigned(out.size());
-        EXPECT_EQ(h323xlate_ras_translatepdu(handle_, 0, in.data(), unsigned(in.size()), out.data(),
-                                             &outLength, &status),
-                  0)
-            << file;
+        EXPECT_EQ(TranslateInto(handle_, 0, in, out, &status), 0) << file;
         EXPECT_EQ(status, alternative) << file;
-        EXPECT_EQ(outLength, out.size()) << "nothing written";
+        EXPECT_EQ(out, Bytes(4096, 0xAB)) << "nothing written";
     }
     EXPECT_TRUE(Calls().empty());
 }
@@ -431,9 +382,7 @@ TEST_F(Ras, BadArgumentsAndInput) {
     int status = 99;
 
     // Null handle: -1 and the status word untouched.
-    EXPECT_EQ(h323xlate_ras_translatepdu(nullptr, 1, grq.data(), unsigned(grq.size()), out.data(),
-                                         &outLength, &status),
-              -1);
+    EXPECT_EQ(TranslateInto(nullptr, 1, grq, out, &status), -1);
     EXPECT_EQ(status, 99);
     h323xlate_ras_destroy(nullptr);
 
@@ -445,32 +394,21 @@ TEST_F(Ras, BadArgumentsAndInput) {
     // Undecodable input: every truncation of a valid request either fails to decode or is a
     // shorter valid message; nothing reads past the input (checked under ASan).
     for (size_t n = 0; n < grq.size(); ++n) {
-        const Bytes cut(grq.begin(), grq.begin() + long(n));
-        outLength = unsigned(out.size());
-        const int r = h323xlate_ras_translatepdu(handle_, 1, cut.empty() ? out.data() : cut.data(),
-                                                 unsigned(n), out.data(), &outLength, &status);
+        out.resize(4096);
+        const int r =
+            TranslateInto(handle_, 1, Bytes(grq.begin(), grq.begin() + long(n)), out, &status);
         EXPECT_TRUE(r == -2 || r == 0 || r == 1) << n;
     }
-    const Bytes garbage = {0xFF, 0xFF, 0xFF, 0xFF};
-    EXPECT_EQ(h323xlate_ras_translatepdu(handle_, 1, garbage.data(), unsigned(garbage.size()),
-                                         out.data(), &outLength, &status),
-              -2);
+    EXPECT_EQ(TranslateInto(handle_, 1, {0xFF, 0xFF, 0xFF, 0xFF}, out, &status), -2);
 
     // An output buffer one byte short of the encoding: -1, buffer and length untouched.
     Bytes small(grq.size() - 1, 0xAB);
-    outLength = unsigned(small.size());
-    EXPECT_EQ(h323xlate_ras_translatepdu(handle_, 1, grq.data(), unsigned(grq.size()), small.data(),
-                                         &outLength, &status),
-              -1);
-    EXPECT_EQ(outLength, small.size());
+    EXPECT_EQ(TranslateInto(handle_, 1, grq, small, &status), -1);
     EXPECT_EQ(small, Bytes(grq.size() - 1, 0xAB));
     // Exactly big enough: rewritten.
     Bytes exact(grq.size());
-    outLength = unsigned(exact.size());
-    EXPECT_EQ(h323xlate_ras_translatepdu(handle_, 1, grq.data(), unsigned(grq.size()), exact.data(),
-                                         &outLength, &status),
-              1);
-    EXPECT_EQ(outLength, grq.size());
+    EXPECT_EQ(TranslateInto(handle_, 1, grq, exact, &status), 1);
+    EXPECT_EQ(exact.size(), grq.size());
 }
 
 TEST_F(Ras, InputAndOutputAreLoggedAtLevelFour) {
@@ -499,7 +437,7 @@ struct CapturedRas {
 };
 
 std::vector<CapturedRas> ReadIndex() {
-    std::ifstream in(std::string(VOIPFILTER_TEST_DATA_DIR) + "/ras/index.txt");
+    std::istringstream in(ReadText(DataFile("ras/index.txt")));
     std::vector<CapturedRas> entries;
     CapturedRas e;
     while (in >> e.file >> e.source >> e.destination >> e.alternative)
@@ -533,11 +471,9 @@ TEST_F(RasRealTraffic, CapturedMessagesTranslate) {
         RASTranslatorContext* ras =
             h323xlate_ras_create(&g_context, &endpoint, &gatekeeper, &announced, &gatekeeper);
         Bytes out(4096);
-        unsigned outLength = unsigned(out.size());
         int status = 99;
         Calls().clear();
-        const int result = h323xlate_ras_translatepdu(
-            ras, fromEndpoint, in.data(), unsigned(in.size()), out.data(), &outLength, &status);
+        const int result = TranslateInto(ras, fromEndpoint, in, out, &status);
         h323xlate_ras_destroy(ras);
 
         if (e.file == "ndpi-h323-059-0.bin") {
@@ -549,13 +485,14 @@ TEST_F(RasRealTraffic, CapturedMessagesTranslate) {
         }
         EXPECT_EQ(status, e.alternative);
         H225::RasMessage original;
-        ASSERT_EQ(ASN1::ASNDecode(in.data(), unsigned(in.size()), original), 1);
+        ASSERT_TRUE(Decode(in, original));
         if (e.alternative == 0) {
             ASSERT_EQ(result, 1);
             H225::RasMessage message;
-            ASSERT_EQ(ASN1::ASNDecode(out.data(), outLength, message), 1);
-            EXPECT_EQ(Text(message.ref_gatekeeperRequest().ref_rasAddress()), "203.0.113.7:1719");
-            rewritten.push_back(Bytes(out.begin(), out.begin() + outLength));
+            ASSERT_TRUE(Decode(out, message));
+            EXPECT_EQ(H225Text(message.ref_gatekeeperRequest().ref_rasAddress()),
+                      "203.0.113.7:1719");
+            rewritten.push_back(out);
         } else if (e.alternative == 3) {
             auto& before = original.ref_registrationRequest();
             if (before.ref_callSignalAddress().size() == 0 && before.ref_rasAddress().size() == 0) {
@@ -564,16 +501,16 @@ TEST_F(RasRealTraffic, CapturedMessagesTranslate) {
             }
             ASSERT_EQ(result, 1);
             H225::RasMessage message;
-            ASSERT_EQ(ASN1::ASNDecode(out.data(), outLength, message), 1);
+            ASSERT_TRUE(Decode(out, message));
             auto& after = message.ref_registrationRequest();
             for (unsigned i = 0; i < after.ref_rasAddress().size(); ++i)
-                EXPECT_EQ(Text(after.ref_rasAddress()[i]), "203.0.113.7:1719");
+                EXPECT_EQ(H225Text(after.ref_rasAddress()[i]), "203.0.113.7:1719");
             ASSERT_EQ(Calls().size(), after.ref_callSignalAddress().size());
             for (unsigned i = 0; i < after.ref_callSignalAddress().size(); ++i) {
-                EXPECT_EQ(Calls()[i].found, Text(before.ref_callSignalAddress()[i]));
-                EXPECT_EQ(Text(after.ref_callSignalAddress()[i]).rfind("203.0.113.1:", 0), 0u);
+                EXPECT_EQ(Calls()[i].found, H225Text(before.ref_callSignalAddress()[i]));
+                EXPECT_EQ(H225Text(after.ref_callSignalAddress()[i]).rfind("203.0.113.1:", 0), 0u);
             }
-            rewritten.push_back(Bytes(out.begin(), out.begin() + outLength));
+            rewritten.push_back(out);
         } else {
             EXPECT_EQ(result, 0);
             EXPECT_TRUE(Calls().empty());

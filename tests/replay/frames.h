@@ -3,21 +3,14 @@
 #define VOIPFILTER_TESTS_REPLAY_FRAMES_H
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "capture.h"
 #include "packet.h"
+#include "test_util.h"
 
 namespace replaytest {
-
-using Bytes = std::vector<uint8_t>;
-
-inline Bytes text(const std::string& s) {
-    return Bytes(s.begin(), s.end());
-}
 
 // An IPv4 datagram (no options) around a transport header and payload.
 inline Bytes ipv4(uint32_t src, uint32_t dst, uint8_t protocol, const Bytes& l4) {
@@ -73,19 +66,13 @@ inline Bytes tcpFrame(uint32_t src, uint16_t sport, uint32_t dst, uint16_t dport
     return withChecksums(ethernet(ipv4(src, dst, replay::kProtoTcp, tcp)));
 }
 
-// A file name in the temporary folder, removed when the object goes.
-class TempFile {
-public:
-    explicit TempFile(const std::string& stem)
-        : path_("/tmp/voipfilter-replay-test-" + std::to_string(getpid()) + "-" + stem) {}
-    ~TempFile() { std::remove(path_.c_str()); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
+// A TPKT (RFC 1006) around a message.
+inline Bytes tpkt(const std::string& body) {
+    Bytes frame = {3, 0, 0, 0};
+    replay::writeBe16(&frame[2], static_cast<uint16_t>(body.size() + 4));
+    frame.insert(frame.end(), body.begin(), body.end());
+    return frame;
+}
 
 // Writes frames (whole, with wire length = captured length unless given) as a pcap file.
 inline void writeCapture(const std::string& path, int linkType, const std::vector<Bytes>& frames,

@@ -142,11 +142,11 @@ TEST(Decode, EthernetPaddingIsNotPayload) {
 }
 
 TEST(Rebuild, NewPayloadFixesLengthsSequenceAndChecksums) {
-    Bytes frame = tcpFrame(kA, 40000, kB, 1720, 1000, 2000, tcpflag::kAck, text("short"));
+    Bytes frame = tcpFrame(kA, 40000, kB, 1720, 1000, 2000, tcpflag::kAck, BytesOf("short"));
     frame.resize(70, 0); // link padding, which must not survive
     DecodedPacket p = decodePacket(kLinkEthernet, frame.data(), frame.size());
     ASSERT_TRUE(p.ok());
-    Bytes payload = text("a considerably longer payload");
+    Bytes payload = BytesOf("a considerably longer payload");
     Bytes out = rebuildFrame(frame.data(), p, payload, 1234567, 7654321);
     DecodedPacket q = decodePacket(kLinkEthernet, out.data(), out.size());
     ASSERT_TRUE(q.ok());
@@ -158,9 +158,9 @@ TEST(Rebuild, NewPayloadFixesLengthsSequenceAndChecksums) {
     EXPECT_TRUE(ipChecksumValid(out, q));
     EXPECT_TRUE(l4ChecksumValid(out, q));
 
-    Bytes datagram = udpFrame(kA, 5060, kB, 5060, text("INVITE"));
+    Bytes datagram = udpFrame(kA, 5060, kB, 5060, BytesOf("INVITE"));
     DecodedPacket u = decodePacket(kLinkEthernet, datagram.data(), datagram.size());
-    Bytes shorter = rebuildFrame(datagram.data(), u, text("ACK"), 0, 0);
+    Bytes shorter = rebuildFrame(datagram.data(), u, BytesOf("ACK"), 0, 0);
     DecodedPacket v = decodePacket(kLinkEthernet, shorter.data(), shorter.size());
     ASSERT_TRUE(v.ok());
     EXPECT_EQ(readBe16(&shorter[v.l4Offset + 4]), 8 + 3);
@@ -175,7 +175,7 @@ TEST(Rebuild, PppoeLengthFollowsTheDatagram) {
     DecodedPacket p = decodePacket(kLinkEthernet, frame.data(), frame.size());
     ASSERT_TRUE(p.ok());
     EXPECT_EQ(p.pppoeLengthOffset, 18u);
-    Bytes out = rebuildFrame(frame.data(), p, text("longer payload"), 0, 0);
+    Bytes out = rebuildFrame(frame.data(), p, BytesOf("longer payload"), 0, 0);
     EXPECT_EQ(readBe16(&out[18]), 2 + 20 + 8 + 14);
 }
 

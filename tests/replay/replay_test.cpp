@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iterator>
 
 #include "capture.h"
 #include "frames.h"
@@ -153,22 +152,10 @@ TEST(ReplayH323, BundledCallSignalling) {
     EXPECT_EQ(call.originator, "10.1.3.143:32803");
     EXPECT_EQ(call.destination, "10.1.6.18:1720");
     EXPECT_EQ(report.counters.frames, 33u);
-    ASSERT_GE(call.messages.size(), 4u);
-    const char* kinds[] = {"H.225 SETUP", "H.225 CALL PROCEEDING", "H.225 ALERTING",
-                           "H.225 CONNECT"};
-    const uint64_t frames[] = {4, 6, 8, 10};
-    for (size_t i = 0; i < 4; ++i) {
-        EXPECT_EQ(call.messages[i].kind, kinds[i]);
-        EXPECT_EQ(call.messages[i].frame, frames[i]);
-        EXPECT_EQ(call.messages[i].fromOriginator, i == 0);
-    }
-    // The SETUP carries the caller's address, which the NAT hides; the callee is outside.
-    EXPECT_EQ(call.messages[0].outcome, Outcome::Rewritten);
-    EXPECT_EQ(call.messages[3].outcome, Outcome::Forwarded);
     ASSERT_EQ(call.relays.size(), 1u);
     EXPECT_EQ(call.relays[0], "H.245 10.1.6.18:1232 announced as 10.1.6.18:1232 (frame 10)");
-    // The H.245 connection the CONNECT announced: two PDUs share frame 22.
-    ASSERT_EQ(call.messages.size(), 4u + 12u);
+    // The SETUP carries the caller's address, which the NAT hides; the callee is outside. Then
+    // the H.245 connection the CONNECT announced: two PDUs share frame 22.
     expectMessages(call, {{4, true, "H.225 SETUP", Outcome::Rewritten},
                           {6, false, "H.225 CALL PROCEEDING", Outcome::Forwarded},
                           {8, false, "H.225 ALERTING", Outcome::Forwarded},
@@ -196,21 +183,8 @@ TEST(ReplayH323, BundledCallSignalling) {
 }
 
 // Q.931 message of the given type (no user-user element: the library cannot decode it).
-Bytes q931Tpkt(uint8_t type, size_t padding = 0) {
-    Bytes body = {8, 2, 0x00, 0x01, type};
-    body.insert(body.end(), padding, 0x04);
-    Bytes frame = {3, 0, 0, 0};
-    writeBe16(&frame[2], static_cast<uint16_t>(body.size() + 4));
-    frame.insert(frame.end(), body.begin(), body.end());
-    return frame;
-}
-
-Bytes cat(std::initializer_list<Bytes> parts) {
-    Bytes out;
-    for (const Bytes& part : parts) {
-        out.insert(out.end(), part.begin(), part.end());
-    }
-    return out;
+Bytes q931Tpkt(char type, size_t padding = 0) {
+    return tpkt(std::string{8, 2, 0x00, 0x01, type} + std::string(padding, 0x04));
 }
 
 Bytes slice(const Bytes& b, size_t from, size_t to) {
@@ -227,7 +201,7 @@ TEST(ReplayTcp, MessagesInSplitCombinedRetransmittedAndReorderedSegments) {
     const Bytes alerting = q931Tpkt(0x01);
     const Bytes connect = q931Tpkt(0x07, 6);
     const Bytes release = q931Tpkt(0x5A);
-    const Bytes stream = cat({setup, proceeding, alerting, connect});
+    const Bytes stream = Cat({setup, proceeding, alerting, connect});
     const size_t s1 = 10;                                                 // SETUP split here
     const size_t s2 = setup.size() + proceeding.size() + alerting.size(); // end of ALERTING
     const size_t s3 = s2 + 5;                                             // CONNECT split here
@@ -302,7 +276,7 @@ TEST(ReplayTcp, CallSignallingRecognisedByContentOnAnotherPort) {
     const uint32_t b = *parseIpv4("10.0.0.2");
     const std::vector<Bytes> frames = {
         tcpFrame(a, 3000, b, 11720, 100, 0, tcpflag::kAck, q931Tpkt(0x05)),
-        tcpFrame(a, 3001, b, 11721, 100, 0, tcpflag::kAck, text("GET / HTTP/1.0\r\n\r\n")),
+        tcpFrame(a, 3001, b, 11721, 100, 0, tcpflag::kAck, BytesOf("GET / HTTP/1.0\r\n\r\n")),
     };
     TempFile file("content.pcap");
     writeCapture(file.path(), kLinkEthernet, frames);
@@ -316,7 +290,7 @@ TEST(ReplayTcp, CallSignallingRecognisedByContentOnAnotherPort) {
 TEST(ReplayBadInput, UnusableFramesAreCountedAndSkipped) {
     const uint32_t a = *parseIpv4("10.0.0.1");
     const uint32_t b = *parseIpv4("10.0.0.2");
-    const Bytes invite = text("INVITE sip:x@y SIP/2.0\r\nCall-ID: c1\r\n\r\n");
+    const Bytes invite = BytesOf("INVITE sip:x@y SIP/2.0\r\nCall-ID: c1\r\n\r\n");
     Bytes fragment = udpFrame(a, 5060, b, 5060, invite);
     fragment[14 + 6] = 0x20; // more fragments
     Bytes v6 = ethernet(Bytes(40, 0), 0x86DD);
@@ -325,10 +299,10 @@ TEST(ReplayBadInput, UnusableFramesAreCountedAndSkipped) {
     const std::vector<Bytes> frames = {
         fragment,
         v6,
-        ethernet(Bytes(28, 0), 0x0806),              // ARP
-        slice(full, 0, 30),                          // cut by the capture's snap length
-        slice(full, 0, 20),                          // cut in the IP header, wire length equal
-        udpFrame(a, 4000, b, 4001, text("not sip")), // unrelated UDP
+        ethernet(Bytes(28, 0), 0x0806),                 // ARP
+        slice(full, 0, 30),                             // cut by the capture's snap length
+        slice(full, 0, 20),                             // cut in the IP header, wire length equal
+        udpFrame(a, 4000, b, 4001, BytesOf("not sip")), // unrelated UDP
         full,
     };
     const std::vector<uint32_t> wire = {0, 0, 0, static_cast<uint32_t>(full.size())};
@@ -371,8 +345,7 @@ TEST(ReplayBadInput, CorpusCaptures) {
 }
 
 TEST(ReplayBadInput, CutOffAndUnreadableFiles) {
-    std::ifstream in(kSipSample, std::ios::binary);
-    const std::string whole((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    const std::string whole = ReadText(kSipSample);
     ASSERT_GT(whole.size(), 2000u);
     TempFile cut("cut.pcap");
     std::ofstream(cut.path(), std::ios::binary) << whole.substr(0, 1500);

@@ -2,17 +2,13 @@
 
 #include <string>
 
+#include "frames.h"
 #include "tcp_stream.h"
 
 using namespace replay;
+using namespace replaytest;
 
 namespace {
-
-using Bytes = std::vector<uint8_t>;
-
-Bytes bytes(const std::string& s) {
-    return Bytes(s.begin(), s.end());
-}
 
 struct Segment {
     uint32_t offset; // from the first data byte
@@ -65,7 +61,7 @@ TEST(Reassembly, SegmentsInEveryOrder) {
         std::string all;
         for (const Segment& s : c.segments) {
             Bytes delivered;
-            Bytes data = bytes(s.data);
+            Bytes data = BytesOf(s.data);
             SegmentVerdict verdict =
                 stream.add(kFirst + s.offset, data.data(), data.size(), delivered);
             EXPECT_EQ(verdict, s.verdict) << c.name << " at " << s.offset;
@@ -82,10 +78,10 @@ TEST(Reassembly, BytesBeforeTheStartAreCut) {
     TcpReassembler stream;
     stream.start(1000);
     Bytes delivered;
-    Bytes data = bytes("xxabc");
+    Bytes data = BytesOf("xxabc");
     EXPECT_EQ(stream.add(998, data.data(), data.size(), delivered), SegmentVerdict::Overlap);
     EXPECT_EQ(std::string(delivered.begin(), delivered.end()), "abc");
-    Bytes old = bytes("x");
+    Bytes old = BytesOf("x");
     EXPECT_EQ(stream.add(990, old.data(), old.size(), delivered), SegmentVerdict::BeforeStart);
     EXPECT_EQ(stream.offsetOf(999), -1);
 }
@@ -93,21 +89,10 @@ TEST(Reassembly, BytesBeforeTheStartAreCut) {
 TEST(Reassembly, FirstSegmentStartsAStreamWithoutSyn) {
     TcpReassembler stream;
     Bytes delivered;
-    Bytes data = bytes("abc");
+    Bytes data = BytesOf("abc");
     EXPECT_EQ(stream.add(5000, data.data(), data.size(), delivered), SegmentVerdict::InOrder);
     EXPECT_TRUE(stream.started());
     EXPECT_EQ(stream.firstSequence(), 5000u);
-}
-
-Bytes tpkt(const std::string& body) {
-    Bytes frame(4 + body.size());
-    frame[0] = 3;
-    frame[2] = static_cast<uint8_t>((body.size() + 4) >> 8);
-    frame[3] = static_cast<uint8_t>(body.size() + 4);
-    for (size_t i = 0; i < body.size(); ++i) {
-        frame[4 + i] = static_cast<uint8_t>(body[i]);
-    }
-    return frame;
 }
 
 TEST(Tpkt, FramesSplitAndCombinedAcrossPushes) {
@@ -159,7 +144,7 @@ TEST(Tpkt, BadHeadersStopTheFraming) {
 // The stream "aaaaBBBBBBcc" with the B message [4, 10) replaced by "XYZ" (3 bytes shorter).
 StreamEdits shortenedB() {
     StreamEdits edits;
-    edits.replace(4, 10, bytes("XYZ"));
+    edits.replace(4, 10, BytesOf("XYZ"));
     return edits;
 }
 
@@ -172,7 +157,7 @@ TEST(Edits, OffsetsAfterAReplacementShift) {
         EXPECT_EQ(edits.mapOffset(from), to) << "offset " << from;
     }
     StreamEdits longer;
-    longer.replace(0, 2, bytes("12345"));
+    longer.replace(0, 2, BytesOf("12345"));
     longer.replace(6, 7, {});
     EXPECT_EQ(longer.mapOffset(2), 5);
     EXPECT_EQ(longer.mapOffset(6), 9);
@@ -199,7 +184,7 @@ TEST(Edits, SegmentsCarryTheReplacementWhereTheMessageEnds) {
     };
     StreamEdits edits = shortenedB();
     for (const PayloadCase& c : cases) {
-        Bytes data = bytes(c.data);
+        Bytes data = BytesOf(c.data);
         Bytes out = edits.segmentPayload(c.offset, data.data(), data.size());
         EXPECT_EQ(std::string(out.begin(), out.end()), c.payload) << c.name;
         // The segment's new sequence position plus its new length is where the next one starts.

@@ -1,51 +1,19 @@
 // The command-line tool as a user runs it, and its output capture as tshark reads it.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <set>
+#include <fstream>
 #include <sstream>
-#include <sys/wait.h>
 
-#include "frames.h"
-#include "replay.h"
+#include "test_util.h"
+#include "tshark_support.h"
 
 namespace {
 
 const std::string kTool = VOIPFILTER_REPLAY_TOOL;
 const std::string kSamples = VOIPFILTER_REPLAY_SAMPLES_DIR;
 
-struct RunResult {
-    int exitCode = -1;
-    std::string out;
-};
-
-RunResult run(const std::string& command) {
-    RunResult result;
-    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr) {
-        return result;
-    }
-    char buffer[4096];
-    size_t n = 0;
-    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        result.out.append(buffer, n);
-    }
-    int status = pclose(pipe);
-    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return result;
-}
-
-std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        out.push_back(line);
-    }
-    return out;
-}
-
 TEST(Tool, WithoutArgumentsReplaysTheBundledSamples) {
-    RunResult r = run(kTool);
+    CommandResult r = RunCommand(kTool);
     ASSERT_EQ(r.exitCode, 0) << r.out;
     EXPECT_NE(r.out.find("NAT rules: 10.1.3.0/24=203.0.113.1 10.0.2.20/32=203.0.113.2"),
               std::string::npos);
@@ -70,40 +38,32 @@ TEST(Tool, ExitCodes) {
         {"-w /nonexistent/dir/out.pcap " + kSamples + "/wireshark-rtp_example-signalling.pcap", 3},
     };
     for (const auto& [arguments, code] : cases) {
-        EXPECT_EQ(run(kTool + " " + arguments).exitCode, code) << arguments;
+        EXPECT_EQ(RunCommand(kTool + " " + arguments).exitCode, code) << arguments;
     }
 }
 
 TEST(Tool, JsonReportParses) {
-    RunResult r = run(kTool + " --json --show-log");
+    CommandResult r = RunCommand(kTool + " --json --show-log");
     ASSERT_EQ(r.exitCode, 0);
     ASSERT_EQ(r.out.rfind("{\"captures\":[", 0), 0u);
-    if (run("python3 -c 'pass'").exitCode != 0) {
+    if (RunCommand("python3 -c 'pass'").exitCode != 0) {
         GTEST_SKIP() << "python3 is not installed to parse the JSON";
     }
-    replaytest::TempFile json("report.json");
-    FILE* file = std::fopen(json.path().c_str(), "w");
-    ASSERT_NE(file, nullptr);
-    std::fwrite(r.out.data(), 1, r.out.size(), file);
-    std::fclose(file);
-    RunResult parsed = run("python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); "
-                           "print(d[\"captures\"][0][\"calls\"][0][\"messages\"][0][\"kind\"])' " +
-                           json.path());
+    TempFile json("report.json");
+    std::ofstream(json.path()) << r.out;
+    CommandResult parsed =
+        RunCommand("python3 -c 'import json,sys; d=json.load(open(sys.argv[1])); "
+                   "print(d[\"captures\"][0][\"calls\"][0][\"messages\"][0][\"kind\"])' " +
+                   json.path());
     EXPECT_EQ(parsed.exitCode, 0);
     EXPECT_EQ(parsed.out, "H.225 SETUP\n");
 }
 
-bool haveTshark() {
-    return run("tshark --version").exitCode == 0;
-}
-
-// tshark's view of the rewritten capture: field values per frame.
+// tshark's view of the rewritten capture, checksums verified: field values per frame.
 std::vector<std::string> tshark(const std::string& file, const std::string& arguments) {
-    return lines(run("tshark -r " + file +
-                     " -o ip.check_checksum:TRUE -o tcp.check_checksum:TRUE"
-                     " -o udp.check_checksum:TRUE " +
-                     arguments)
-                     .out);
+    return tshark::Run(file, "-o ip.check_checksum:TRUE -o tcp.check_checksum:TRUE "
+                             "-o udp.check_checksum:TRUE " +
+                                 arguments);
 }
 
 void expectCleanCapture(const std::string& file, size_t frames) {
@@ -128,12 +88,12 @@ void expectCleanCapture(const std::string& file, size_t frames) {
 }
 
 TEST(ToolTshark, RewrittenSipCaptureDecodesCleanly) {
-    if (!haveTshark()) {
+    if (!tshark::Available()) {
         GTEST_SKIP() << "tshark is not installed";
     }
-    replaytest::TempFile out("tshark-sip.pcap");
-    ASSERT_EQ(run(kTool + " --nat 10.0.2.20=203.0.113.2 -w " + out.path() + " " + kSamples +
-                  "/wireshark-sip-rtp-dvi4-sip.pcap")
+    TempFile out("tshark-sip.pcap");
+    ASSERT_EQ(RunCommand(kTool + " --nat 10.0.2.20=203.0.113.2 -w " + out.path() + " " + kSamples +
+                         "/wireshark-sip-rtp-dvi4-sip.pcap")
                   .exitCode,
               0);
     expectCleanCapture(out.path(), 12);
@@ -154,12 +114,12 @@ TEST(ToolTshark, RewrittenSipCaptureDecodesCleanly) {
 }
 
 TEST(ToolTshark, H323CaptureStillReassembles) {
-    if (!haveTshark()) {
+    if (!tshark::Available()) {
         GTEST_SKIP() << "tshark is not installed";
     }
-    replaytest::TempFile out("tshark-h323.pcap");
-    ASSERT_EQ(run(kTool + " --nat 10.1.3.0/24=203.0.113.1 -w " + out.path() + " " + kSamples +
-                  "/wireshark-rtp_example-signalling.pcap")
+    TempFile out("tshark-h323.pcap");
+    ASSERT_EQ(RunCommand(kTool + " --nat 10.1.3.0/24=203.0.113.1 -w " + out.path() + " " +
+                         kSamples + "/wireshark-rtp_example-signalling.pcap")
                   .exitCode,
               0);
     expectCleanCapture(out.path(), 33);

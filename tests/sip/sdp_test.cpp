@@ -19,8 +19,7 @@ SipMessage Invite(const std::string& callId, const std::string& body) {
 }
 
 TEST_F(Sdp, OfferIsRewrittenAndVetoedCodecsLoseTheirRtpmap) {
-    const std::string callId = "sdp-offer@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-offer@test");
     Host().refusedCodecs = {"PCMA"};
     SIPConnection* connection = Connect(&Host());
     const SipMessage invite =
@@ -58,14 +57,14 @@ TEST_F(Sdp, OfferIsRewrittenAndVetoedCodecsLoseTheirRtpmap) {
     EXPECT_EQ(open.direction, 1);
     EXPECT_EQ(open.sessionID, 4000);
     EXPECT_EQ(open.mediaKind, VOIPXLATE_MEDIA_AUDIO);
-    EXPECT_TRUE(open.announced == Ipv4("10.0.0.5:4000")) << "translated address pre-filled";
+    EXPECT_TRUE(open.announced == Addr("10.0.0.5:4000")) << "translated address pre-filled";
 
     const voipxlate_mediasessioninformation& session = Dialog(callId)->callInformation.sessions[0];
     EXPECT_EQ(session.flags, VOIPXLATE_SESSION_IN_USE | VOIPXLATE_SESSION_FORWARD_OPEN);
-    EXPECT_TRUE(session.forwardRTP == Ipv4("10.0.0.5:4000"));
-    EXPECT_TRUE(session.forwardRTCP == Ipv4("10.0.0.5:4001"));
-    EXPECT_TRUE(session.forwardRTPTranslated == Ipv4("203.0.113.1:14000"));
-    EXPECT_TRUE(session.forwardRTCPTranslated == Ipv4("203.0.113.1:14001"));
+    EXPECT_TRUE(session.forwardRTP == Addr("10.0.0.5:4000"));
+    EXPECT_TRUE(session.forwardRTCP == Addr("10.0.0.5:4001"));
+    EXPECT_TRUE(session.forwardRTPTranslated == Addr("203.0.113.1:14000"));
+    EXPECT_TRUE(session.forwardRTCPTranslated == Addr("203.0.113.1:14001"));
     EXPECT_EQ(session.forwardUserData, open.handle);
     EXPECT_EQ(session.codecName, nullptr);
     EXPECT_EQ(Dialog(callId)->callInformation.sessions[1].flags, 0u);
@@ -80,29 +79,25 @@ TEST_F(Sdp, OfferIsRewrittenAndVetoedCodecsLoseTheirRtpmap) {
 }
 
 TEST_F(Sdp, WithoutProxyBehaviourTheEndpointsKeepTheirAddresses) {
-    const std::string callId = "sdp-option0@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-option0@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(connection, invite.Text(), 0), 1);
-    EXPECT_TRUE(HasLine(out_, "m=audio 4000 RTP/AVP 0"));
-    EXPECT_TRUE(HasLine(out_, "c=IN IP4 10.0.0.5"));
+    ExpectLines(out_, {"m=audio 4000 RTP/AVP 0", "c=IN IP4 10.0.0.5"});
     EXPECT_EQ(Host().opens.size(), 1u) << "the channel is still opened";
 
     SipMessage answer = invite.Response("200 OK");
     answer.body = AudioSdp("192.0.2.10", 5000, {"0 PCMU/8000"});
     ASSERT_EQ(Translate(connection, answer.Text(), 0), 1);
-    EXPECT_TRUE(HasLine(out_, "m=audio 5000 RTP/AVP 0"));
-    EXPECT_TRUE(HasLine(out_, "c=IN IP4 192.0.2.10"));
+    ExpectLines(out_, {"m=audio 5000 RTP/AVP 0", "c=IN IP4 192.0.2.10"});
     EXPECT_TRUE(LogCapture::Has("SIP  No proxy behavior\n"));
     const voipxlate_mediasessioninformation& session = Dialog(callId)->callInformation.sessions[0];
     EXPECT_TRUE(session.reverseRTPTranslated == session.reverseRTP);
-    EXPECT_TRUE(session.reverseRTCPTranslated == Ipv4("203.0.113.2:15001"));
+    EXPECT_TRUE(session.reverseRTCPTranslated == Addr("203.0.113.2:15001"));
 }
 
 TEST_F(Sdp, AnswerOpensTheReverseChannel) {
-    const std::string callId = "sdp-answer@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-answer@test");
     SIPConnection* connection = Connect();
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -110,8 +105,7 @@ TEST_F(Sdp, AnswerOpensTheReverseChannel) {
     progress.body = AudioSdp("192.0.2.10", 5000, {"0 PCMU/8000"});
     ASSERT_EQ(Translate(connection, progress.Text()), 1);
     EXPECT_EQ(Dialog(callId)->callInformation.state, VOIPXLATE_SIP_INVITED);
-    EXPECT_TRUE(HasLine(out_, "m=audio 15000 RTP/AVP 0"));
-    EXPECT_TRUE(HasLine(out_, "c=IN IP4 203.0.113.2"));
+    ExpectLines(out_, {"m=audio 15000 RTP/AVP 0", "c=IN IP4 203.0.113.2"});
     // The first answer is handled as travelling to the creator's side: its origin gets the
     // creator's translated address.
     EXPECT_TRUE(HasLine(out_, "o=- 1 1 IN IP4 198.51.100.7"));
@@ -145,8 +139,7 @@ TEST_F(Sdp, AnswerOpensTheReverseChannel) {
 }
 
 TEST_F(Sdp, HoldIsReportedAndKeepsTheOpenChannel) {
-    const std::string callId = "sdp-hold@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-hold@test");
     SIPConnection* connection = Connect(&Host());
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(connection, invite.Text()), 1);
@@ -179,8 +172,7 @@ TEST_F(Sdp, HoldIsReportedAndKeepsTheOpenChannel) {
 }
 
 TEST_F(Sdp, EveryCodecVetoedFailsTheMessage) {
-    const std::string callId = "sdp-veto-all@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-veto-all@test");
     Host().refusedCodecs = {"PCMU", "PCMA"};
     const SipMessage invite =
         Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000", "8 PCMA/8000"}));
@@ -227,8 +219,7 @@ TEST_F(Sdp, LinesThatAreNotUnderstoodAreKept) {
         {"five-token origin", "v=0\r\no=- 1 IN IP4 10.0.0.5\r\n", 0, {"o=- 1 IN IP4 10.0.0.5"}},
     };
     for (const Case& c : cases) {
-        const std::string callId = std::string("sdp-kept-") + c.name;
-        Forget(callId);
+        const std::string callId = FreshCall(std::string("sdp-kept-") + c.name);
         Host() = HostState();
         EXPECT_EQ(Translate(Connect(), Invite(callId, c.sdp).Text()), c.result) << c.name;
         EXPECT_TRUE(Host().opens.empty()) << c.name;
@@ -252,25 +243,8 @@ TEST_F(Sdp, LinesThatAreNotUnderstoodAreKept) {
     EXPECT_TRUE(LogCapture::Has("SIP  Ignoring SDP o= line wth 5 tokens\n"));
 }
 
-TEST_F(Sdp, MediaLineWithoutRtpmapIsKeptAndMediaLevelConnectionWins) {
-    const std::string callId = "sdp-no-rtpmap@test";
-    Forget(callId);
-    const std::string sdp = "v=0\r\nc=IN IP4 10.0.0.5\r\nt=0 0\r\n"
-                            "m=audio 4000 RTP/AVP 0 101\r\n"
-                            "c=IN IP4 10.0.0.9\r\n"
-                            "a=ptime:20\r\n";
-    ASSERT_EQ(Translate(Connect(), Invite(callId, sdp).Text()), 1);
-    EXPECT_EQ(BodyOf(out_),
-              "v=0\r\nt=0 0\r\nm=audio 14000 RTP/AVP 0 101\r\nc=IN IP4 203.0.113.1\r\n"
-              "a=ptime:20\r\n");
-    EXPECT_TRUE(Host().opens[0].announced == Ipv4("10.0.0.9:4000"));
-    EXPECT_TRUE(LogCapture::Has("SIP   Received a m line without a corresponding a= line\n"));
-    EXPECT_TRUE(LogCapture::Has("SIP   adding to the rtpmap\n"));
-}
-
 TEST_F(Sdp, SecondAudioLineSharesTheRecordAndOtherKindsGetTheirOwn) {
-    const std::string callId = "sdp-multi@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-multi@test");
     const std::string sdp = "v=0\r\nc=IN IP4 10.0.0.5\r\n"
                             "m=audio 4000 RTP/AVP 0\r\na=rtpmap:0 PCMU/8000\r\n"
                             "m=video 4002 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\n"
@@ -306,8 +280,7 @@ TEST_F(Sdp, SecondAudioLineSharesTheRecordAndOtherKindsGetTheirOwn) {
 }
 
 TEST_F(Sdp, FailedChannelOpenFailsTheMessage) {
-    const std::string callId = "sdp-open-fails@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-open-fails@test");
     Host().openResult = 5;
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     EXPECT_EQ(Translate(Connect(), invite.Text()), -1);
@@ -316,8 +289,7 @@ TEST_F(Sdp, FailedChannelOpenFailsTheMessage) {
 }
 
 TEST_F(Sdp, WithoutOpenCallbackTheReceivedAddressStands) {
-    const std::string callId = "sdp-no-open@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-no-open@test");
     voipxlate_setfunction(VOIPXLATE_OPEN_RTP_CHANNEL, nullptr);
     ASSERT_EQ(
         Translate(Connect(), Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"})).Text()),
@@ -330,8 +302,7 @@ TEST_F(Sdp, WithoutOpenCallbackTheReceivedAddressStands) {
 TEST_F(Sdp, BodyMustBePlainApplicationSdp) {
     SIPConnection* connection = Connect();
     for (const char* type : {"application/sdp;charset=x", "text/plain", "multipart/mixed"}) {
-        const std::string callId = std::string("sdp-type-") + type;
-        Forget(callId);
+        const std::string callId = FreshCall(std::string("sdp-type-") + type);
         SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
         invite.contentType = type;
         LogCapture::lines().clear();
@@ -339,21 +310,19 @@ TEST_F(Sdp, BodyMustBePlainApplicationSdp) {
         EXPECT_TRUE(LogCapture::Has("SIP  Ignoring INVITE with unparseable entity body\n"));
         EXPECT_EQ(Dialog(callId)->callInformation.state, VOIPXLATE_SIP_NONE);
     }
-    const std::string callId = "sdp-type-case@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-type-case@test");
     SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     invite.contentType = "Application/SDP ";
     EXPECT_EQ(Translate(connection, invite.Text()), 1);
 }
 
 TEST_F(Sdp, OriginLineFollowsTheTranslatedSide) {
-    const sockaddr_type a = Ipv4("10.0.0.5:5060");
-    const sockaddr_type b = Ipv4("192.0.2.10:5060");
+    const sockaddr_type a = Addr("10.0.0.5:5060");
+    const sockaddr_type b = Addr("192.0.2.10:5060");
     // Nothing translated on either side: the origin stays.
     SIPConnection* plain = sipxlate_create(nullptr, &a, &b, &a, &b);
     connections_.push_back(plain);
-    const std::string callId = "sdp-origin@test";
-    Forget(callId);
+    const std::string callId = FreshCall("sdp-origin@test");
     const SipMessage invite = Invite(callId, AudioSdp("10.0.0.5", 4000, {"0 PCMU/8000"}));
     ASSERT_EQ(Translate(plain, invite.Text()), 1);
     EXPECT_TRUE(HasLine(out_, "o=- 1 1 IN IP4 10.0.0.5"));
@@ -363,40 +332,54 @@ TEST_F(Sdp, OriginLineFollowsTheTranslatedSide) {
     EXPECT_TRUE(LogCapture::Has("Handle_O_Line called dstTranslated=0 srcTranslated=0\n"));
 }
 
-TEST_F(Sdp, EmptyLinesAndSpacesInTheBodyAreDropped) {
-    const std::string callId = "sdp-spaces@test";
-    Forget(callId);
-    const std::string sdp =
-        "v=0\n\n  c=IN IP4 10.0.0.5  \nm=audio 4000 RTP/AVP 0\na=rtpmap:0 PCMU/8000";
-    ASSERT_EQ(Translate(Connect(), Invite(callId, sdp).Text()), 1);
-    EXPECT_EQ(BodyOf(out_), "v=0\r\nm=audio 14000 RTP/AVP 0\r\nc=IN IP4 203.0.113.1\r\n"
-                            "a=rtpmap:0 PCMU/8000\r\n");
-    EXPECT_TRUE(LogCapture::Has("SIP  ignoring empty line in SDP body\n"));
-}
-
-TEST_F(Sdp, AttributeLinesThatAreNotCodecs) {
-    const std::string callId = "sdp-attributes@test";
-    Forget(callId);
-    const std::string sdp = "v=0\r\nc=IN IP4 10.0.0.5\r\nm=audio 4000 RTP/AVP 0 8\r\n"
-                            "a=rtpmap:8 PCMA/8000\r\n"
-                            "a=\r\n"
-                            "a=rtpmap:\r\n"
-                            "a=rtpmapx:0 PCMU/8000\r\n"
-                            "a=rtpmap:0 PCMU\r\n"
-                            "a=rtpmap: 8 PCMA/8000\r\n"
-                            "a=setup:actpass\r\n";
-    ASSERT_EQ(Translate(Connect(), Invite(callId, sdp).Text()), 1);
-    EXPECT_EQ(BodyOf(out_), "v=0\r\nm=audio 14000 RTP/AVP 0 8\r\nc=IN IP4 203.0.113.1\r\n"
-                            "a=rtpmap:8 PCMA/8000\r\n"
-                            "a=\r\n"
-                            "a=rtpmap:\r\n"
-                            "a=rtpmapx:0 PCMU/8000\r\n"
-                            "a=setup:actpass\r\n")
-        << "an rtpmap without clock rate, or with an empty payload type, offers no codec";
-    ASSERT_EQ(Host().codecs.size(), 1u);
-    EXPECT_EQ(Host().codecs[0].name, "PCMA");
-    EXPECT_TRUE(LogCapture::Has("SIP  Ignoring SDP a= line < 1 token\n"));
-    EXPECT_TRUE(LogCapture::Has("SIP  adding setup:\n"));
+TEST_F(Sdp, LinesOfTheBodyAreRewrittenOneByOne) {
+    const struct {
+        const char* what;
+        std::string sdp;
+        std::string body;                // as rewritten
+        const char* announced;           // the media address the channel is opened for
+        std::vector<std::string> codecs; // offered to the veto, in order
+        std::vector<std::string> log;
+    } cases[] = {
+        {"media line without rtpmap: kept; the media-level connection line wins",
+         "v=0\r\nc=IN IP4 10.0.0.5\r\nt=0 0\r\nm=audio 4000 RTP/AVP 0 101\r\nc=IN IP4 10.0.0.9\r\n"
+         "a=ptime:20\r\n",
+         "v=0\r\nt=0 0\r\nm=audio 14000 RTP/AVP 0 101\r\nc=IN IP4 203.0.113.1\r\na=ptime:20\r\n",
+         "10.0.0.9:4000",
+         {},
+         {"SIP   Received a m line without a corresponding a= line\n",
+          "SIP   adding to the rtpmap\n"}},
+        {"empty lines and blanks around lines are dropped",
+         "v=0\n\n  c=IN IP4 10.0.0.5  \nm=audio 4000 RTP/AVP 0\na=rtpmap:0 PCMU/8000",
+         "v=0\r\nm=audio 14000 RTP/AVP 0\r\nc=IN IP4 203.0.113.1\r\na=rtpmap:0 PCMU/8000\r\n",
+         "10.0.0.5:4000",
+         {"PCMU"},
+         {"SIP  ignoring empty line in SDP body\n"}},
+        {"attribute lines that are not codecs are kept; an rtpmap without clock rate, or with an "
+         "empty payload type, offers no codec",
+         "v=0\r\nc=IN IP4 10.0.0.5\r\nm=audio 4000 RTP/AVP 0 8\r\na=rtpmap:8 PCMA/8000\r\na=\r\n"
+         "a=rtpmap:\r\na=rtpmapx:0 PCMU/8000\r\na=rtpmap:0 PCMU\r\na=rtpmap: 8 PCMA/8000\r\n"
+         "a=setup:actpass\r\n",
+         "v=0\r\nm=audio 14000 RTP/AVP 0 8\r\nc=IN IP4 203.0.113.1\r\na=rtpmap:8 PCMA/8000\r\n"
+         "a=\r\na=rtpmap:\r\na=rtpmapx:0 PCMU/8000\r\na=setup:actpass\r\n",
+         "10.0.0.5:4000",
+         {"PCMA"},
+         {"SIP  Ignoring SDP a= line < 1 token\n", "SIP  adding setup:\n"}},
+    };
+    for (const auto& c : cases) {
+        const std::string callId = FreshCall(std::string("sdp-lines-") + c.what);
+        Host() = HostState();
+        ASSERT_EQ(Translate(Connect(), Invite(callId, c.sdp).Text()), 1) << c.what;
+        EXPECT_EQ(BodyOf(out_), c.body) << c.what;
+        ASSERT_EQ(Host().opens.size(), 1u) << c.what;
+        EXPECT_EQ(Text(Host().opens[0].announced), c.announced) << c.what;
+        std::vector<std::string> codecs;
+        for (const CodecRecord& codec : Host().codecs)
+            codecs.push_back(codec.name);
+        EXPECT_EQ(codecs, c.codecs) << c.what;
+        for (const std::string& line : c.log)
+            EXPECT_TRUE(LogCapture::Has(line)) << c.what << ": " << line;
+    }
 }
 
 } // namespace

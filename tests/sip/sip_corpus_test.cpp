@@ -40,72 +40,19 @@ void ForgetMessage(const std::string& message) {
 }
 
 TEST_F(Corpus, EveryTortureMessageHasItsResult) {
-    // -1: an SDP line whose only rtpmap has no clock rate leaves that line without an acceptable
-    // codec (wsinv, sdp01 and the other messages sharing that body), or a bogus media port.
-    // 1: IPv4 media or an origin line was translated. 0: nothing to translate.
+    // Every message of both suites, 62 of them, has a result of 0 (nothing to translate) except
+    // these. -1: an SDP line whose only rtpmap has no clock rate leaves that line without an
+    // acceptable codec (wsinv, sdp01 and the other messages sharing that body), or a bogus media
+    // port. 1: IPv4 media or an origin line was translated.
     const std::map<std::string, int> expected = {
-        {"rfc4475/badaspec.dat", 0},
-        {"rfc4475/badbranch.dat", 0},
-        {"rfc4475/baddate.dat", -1},
-        {"rfc4475/baddn.dat", 0},
-        {"rfc4475/badinv01.dat", -1},
-        {"rfc4475/badvers.dat", 0},
-        {"rfc4475/bcast.dat", 0},
-        {"rfc4475/bext01.dat", 0},
-        {"rfc4475/bigcode.dat", 0},
-        {"rfc4475/clerr.dat", -1},
-        {"rfc4475/cparam01.dat", 0},
-        {"rfc4475/cparam02.dat", 0},
-        {"rfc4475/dblreq.dat", 0},
-        {"rfc4475/esc01.dat", 0},
-        {"rfc4475/esc02.dat", 0},
-        {"rfc4475/escnull.dat", 0},
-        {"rfc4475/escruri.dat", -1},
-        {"rfc4475/insuf.dat", 0},
-        {"rfc4475/intmeth.dat", 0},
-        {"rfc4475/inv2543.dat", 0},
-        {"rfc4475/invut.dat", 0},
-        {"rfc4475/longreq.dat", 0},
-        {"rfc4475/ltgtruri.dat", -1},
-        {"rfc4475/lwsdisp.dat", 0},
-        {"rfc4475/lwsruri.dat", -1},
-        {"rfc4475/lwsstart.dat", -1},
-        {"rfc4475/mcl01.dat", 0},
-        {"rfc4475/mismatch01.dat", 0},
-        {"rfc4475/mismatch02.dat", 0},
-        {"rfc4475/mpart01.dat", 0},
-        {"rfc4475/multi01.dat", -1},
-        {"rfc4475/ncl.dat", -1},
-        {"rfc4475/noreason.dat", 0},
-        {"rfc4475/novelsc.dat", 0},
-        {"rfc4475/quotbal.dat", -1},
-        {"rfc4475/regaut01.dat", 0},
-        {"rfc4475/regbadct.dat", 0},
-        {"rfc4475/regescrt.dat", 0},
-        {"rfc4475/scalar02.dat", 0},
-        {"rfc4475/scalarlg.dat", 0},
-        {"rfc4475/sdp01.dat", -1},
-        {"rfc4475/semiuri.dat", 0},
-        {"rfc4475/test.dat", 0},
-        {"rfc4475/transports.dat", 0},
-        {"rfc4475/trws.dat", 0},
-        {"rfc4475/unkscm.dat", 0},
-        {"rfc4475/unksm2.dat", 0},
-        {"rfc4475/unreason.dat", 0},
-        {"rfc4475/wsinv.dat", -1},
-        {"rfc4475/zeromf.dat", 0},
-        {"rfc5118/ipv4-mapped-ipv6", 1},
-        {"rfc5118/ipv6-bad", 0},
-        {"rfc5118/ipv6-bug-abnf-3-colons", 0},
-        {"rfc5118/ipv6-correct-abnf-2-colons", 0},
-        {"rfc5118/ipv6-good", 0},
-        {"rfc5118/ipv6-in-sdp", 1},
-        {"rfc5118/mult-ip-in-header", 0},
+        {"rfc4475/baddate.dat", -1},     {"rfc4475/badinv01.dat", -1},
+        {"rfc4475/clerr.dat", -1},       {"rfc4475/escruri.dat", -1},
+        {"rfc4475/ltgtruri.dat", -1},    {"rfc4475/lwsruri.dat", -1},
+        {"rfc4475/lwsstart.dat", -1},    {"rfc4475/multi01.dat", -1},
+        {"rfc4475/ncl.dat", -1},         {"rfc4475/quotbal.dat", -1},
+        {"rfc4475/sdp01.dat", -1},       {"rfc4475/wsinv.dat", -1},
+        {"rfc5118/ipv4-mapped-ipv6", 1}, {"rfc5118/ipv6-in-sdp", 1},
         {"rfc5118/mult-ip-in-sdp", 1},
-        {"rfc5118/port-ambiguous", 0},
-        {"rfc5118/port-unambiguous", 0},
-        {"rfc5118/via-received-param-no-delim", 0},
-        {"rfc5118/via-received-param-with-delim", 0},
     };
     SIPConnection* connection = Connect();
     std::size_t seen = 0;
@@ -117,8 +64,7 @@ TEST_F(Corpus, EveryTortureMessageHasItsResult) {
             const int result = TranslateExact(connection, message, 16384, &rewritten);
             ForgetMessage(message);
             const auto it = expected.find(file);
-            ASSERT_NE(it, expected.end()) << file;
-            EXPECT_EQ(result, it->second) << file;
+            EXPECT_EQ(result, it == expected.end() ? 0 : it->second) << file;
             ++seen;
             if (result != 1)
                 continue;
@@ -127,7 +73,7 @@ TEST_F(Corpus, EveryTortureMessageHasItsResult) {
                 << file << ": the start line opens the rewritten message";
         }
     }
-    EXPECT_EQ(seen, expected.size());
+    EXPECT_EQ(seen, 62u);
 }
 
 TEST_F(Corpus, Ipv6MediaIsLeftAloneButTheOriginIsTranslated) {
@@ -136,11 +82,9 @@ TEST_F(Corpus, Ipv6MediaIsLeftAloneButTheOriginIsTranslated) {
     std::string out;
     ASSERT_EQ(TranslateExact(Connect(), message, 4096, &out), 1);
     ForgetMessage(message);
-    EXPECT_TRUE(HasLine(out, "o=bob 280744730 28977631 IN IP4 198.51.100.7"));
-    EXPECT_TRUE(HasLine(out, "m=audio 32334 RTP/AVP 0"));
-    EXPECT_TRUE(HasLine(out, "c=IN IP4 203.0.113.1"));
-    EXPECT_TRUE(HasLine(out, "m=video 6024 RTP/AVP 107"));
-    EXPECT_TRUE(HasLine(out, "a=rtpmap:107 H263-1998/90000"));
+    ExpectLines(out, {"o=bob 280744730 28977631 IN IP4 198.51.100.7", "m=audio 32334 RTP/AVP 0",
+                      "c=IN IP4 203.0.113.1", "m=video 6024 RTP/AVP 107",
+                      "a=rtpmap:107 H263-1998/90000"});
     EXPECT_EQ(out.find("IP6"), std::string::npos) << "an IPv6 c= line is not carried over";
     EXPECT_TRUE(LogCapture::Has("SIP  Ignoring SDP m= line with unparseable c=\n"));
     EXPECT_EQ(HeaderValue(out, "Content-Length"), std::to_string(BodyOf(out).size()));

@@ -7,6 +7,7 @@
 #include "registry_guard.h"
 #include "sip_xlate.h"
 #include "sockaddr.h"
+#include "test_util.h"
 #include "voip_translator.h"
 
 #include <voipfilter/voipfilter.h>
@@ -61,8 +62,6 @@ HostState& Host();
 // announced port + 10000.
 sockaddr_type HostAddress(int direction, uint16_t announcedPort);
 
-sockaddr_type Ipv4(const char* text);
-
 // Fixture: empty registry with the recording callbacks in slots 1, 2, 3, 8, 14 and 15 (slot 9 is
 // set by the tests that need it), and a log capture at level 5.
 class SipHostTest : public RegistryTest {
@@ -70,6 +69,11 @@ public:
     // Deletes any dialog left from an earlier run under this Call-ID, so tests do not depend on
     // their order.
     static void Forget(const std::string& callId);
+    // The Call-ID of a test's call, forgotten first.
+    static std::string FreshCall(const std::string& callId) {
+        Forget(callId);
+        return callId;
+    }
 
     static SIPTranslator::DialogInfo* Dialog(const std::string& key);
 
@@ -125,5 +129,7 @@ std::string HeaderValue(const std::string& message, const std::string& name);
 std::string BodyOf(const std::string& message);
 // True when text contains line as a whole CR LF terminated line.
 bool HasLine(const std::string& message, const std::string& line);
+// Expects each line in message as a whole CR LF terminated line.
+void ExpectLines(const std::string& message, const std::vector<std::string>& lines);
 
 #endif

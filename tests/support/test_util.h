@@ -1,0 +1,144 @@
+// Test helpers every folder uses: byte buffers, test data files, hex, addresses as text, temporary
+// files and running a command for its output.
+#ifndef VOIPFILTER_TESTS_TEST_UTIL_H
+#define VOIPFILTER_TESTS_TEST_UTIL_H
+
+#include "sockaddr.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <initializer_list>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using Bytes = std::vector<unsigned char>;
+
+inline std::string DataFile(const std::string& relative) {
+    return std::string(VOIPFILTER_TEST_DATA_DIR) + "/" + relative;
+}
+
+inline std::string ReadText(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file.good()) << "cannot read " << path;
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+inline Bytes ReadFile(const std::string& path) {
+    const std::string text = ReadText(path);
+    return Bytes(text.begin(), text.end());
+}
+
+inline Bytes BytesOf(const std::string& text) {
+    return Bytes(text.begin(), text.end());
+}
+
+inline Bytes Cat(std::initializer_list<Bytes> parts) {
+    Bytes all;
+    for (const Bytes& part : parts)
+        all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+// Hex digits to octets; blanks between them are ignored.
+template <class Out = Bytes> Out FromHex(const std::string& hex) {
+    Out out;
+    int high = -1;
+    for (char c : hex) {
+        if (c == ' ')
+            continue;
+        const int v = c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10;
+        if (high < 0) {
+            high = v;
+        } else {
+            out.push_back(static_cast<typename Out::value_type>(high << 4 | v));
+            high = -1;
+        }
+    }
+    return out;
+}
+
+// Lower-case hex of the octets, with the separator between them ("0a 1b" for " ").
+template <class In> std::string Hex(const In& bytes, const char* separator = "") {
+    static const char digits[] = "0123456789abcdef";
+    std::string out;
+    for (auto c : bytes) {
+        const unsigned char b = static_cast<unsigned char>(c);
+        if (!out.empty())
+            out += separator;
+        out += digits[b >> 4];
+        out += digits[b & 15];
+    }
+    return out;
+}
+
+// An address from "a.b.c.d[:port]"; the text must parse.
+inline sockaddr_type Addr(const std::string& text) {
+    sockaddr_type address;
+    EXPECT_TRUE(string_to_sockaddr_type(address, text)) << text;
+    return address;
+}
+
+inline std::string Text(const sockaddr_type& address) {
+    std::ostringstream os;
+    os << address;
+    return os.str();
+}
+
+// A file name of its own in the temporary folder, removed when the object goes.
+class TempFile {
+public:
+    explicit TempFile(const std::string& stem = "file") {
+        std::string pattern = ::testing::TempDir() + "voipfilter-" + stem + "-XXXXXX";
+        const int fd = mkstemp(&pattern[0]);
+        if (fd >= 0)
+            close(fd);
+        path_ = pattern;
+    }
+    ~TempFile() { std::remove(path_.c_str()); }
+    TempFile(const TempFile&) = delete;
+    TempFile& operator=(const TempFile&) = delete;
+
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+struct CommandResult {
+    int exitCode = -1; // -1 when the command could not be run or did not exit
+    std::string out;
+};
+
+// Runs a shell command; its standard error is discarded.
+inline CommandResult RunCommand(const std::string& command) {
+    CommandResult result;
+    FILE* pipe = popen((command + " 2>/dev/null").c_str(), "r");
+    if (pipe == nullptr)
+        return result;
+    char buffer[4096];
+    std::size_t n;
+    while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0)
+        result.out.append(buffer, n);
+    const int status = pclose(pipe);
+    result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return result;
+}
+
+// The lines of a text, without their line ends.
+inline std::vector<std::string> SplitLines(const std::string& text, char separator = '\n') {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line, separator);)
+        lines.push_back(line);
+    return lines;
+}
+
+#endif
