@@ -4,25 +4,15 @@
 // Input: [policy][log level] then up to 8 records [flags][length][PDU]; record flags: bit 0 from
 // the originator, bit 1 an output buffer smaller than needed, bit 2 a separate-channel H.245 PDU
 // (otherwise a Q.931 message without its TPKT header).
-#include "documented_aborts.h"
 #include "fuzz_host.h"
-#include "h225_xlate.h"
 
 #include <voipfilter/voipfilter.h>
 
 #include <cstring>
 #include <vector>
 
-namespace {
-
-// Re-encoding a value needs at most about as many octets as it took to decode, so inputs of this
-// size cannot reach the encoder's 8192-octet length limit through a nested open type.
-constexpr size_t kMaxInput = 7000;
-
-} // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    if (size < 2 || size > kMaxInput)
+    if (size < 2)
         return 0;
     fuzzhost::Configure(data[0], data[1]);
 
@@ -41,12 +31,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         unsigned outLength = capacity;
 
         if (record.flags & 4) {
-            MULTIMEDIA_SYSTEM_CONTROL::MultimediaSystemControlMessage message;
-            if (ASN1::ASNDecode(record.data, unsigned(record.size), message) == 1 &&
-                fuzzscan::Scan(message, true).Found())
-                continue;
             const int result = h323xlate_h225_translateh245pdu(
                 call, fromOriginator, record.data, unsigned(record.size), out.data(), &outLength);
+            fuzzhost::Check(result >= -2 && result <= 1);
             if (result > 0)
                 fuzzhost::Check(outLength <= capacity && out[capacity] == 0xEE);
             continue;
@@ -54,14 +41,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
         if (h323xlate_h225_decodeh225pdu(call, record.data, unsigned(record.size)) != 1)
             continue; // the host must not translate a PDU that did not decode
-        if (fuzzscan::Scan(call->UserInformation(), true).Found())
-            continue;
         int status = 0;
         const int result = h323xlate_h225_translateh225pdu(call, fromOriginator, &status);
         fuzzhost::Check(result >= -2 && result <= 1);
         const int encoded = h323xlate_h225_encodeh225pdu(call, out.data(), &outLength);
+        // Nothing to encode unless the translation changed the PDU; a refused encoding (-2 in
+        // the hardened flavour) shuts the call down like a refused translation.
         if (result != 1)
             fuzzhost::Check(encoded == 0);
+        fuzzhost::Check(encoded >= -2 && encoded <= 1);
         if (encoded == 1)
             fuzzhost::Check(outLength <= capacity && out[capacity] == 0xEE);
         voipxlate_callinformation* info = h323xlate_h225_getcallstatus(call);

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets with clang (ASan + UBSan) and runs each for a bounded time on a
-# scratch copy of its saved corpus. New findings are left in the scratch folder (crash-*, leak-*,
+# Builds the libFuzzer targets with clang (ASan + UBSan) on the hardened flavour of the library
+# and runs each for a bounded time on a scratch copy of its saved corpus, with inputs up to the
+# network's sizes (a TPKT or UDP payload of 65 535 octets plus the targets' record headers). New findings are left in the scratch folder (crash-*, leak-*,
 # timeout-*, oom-*): copy the input into fuzz/corpus/<target>/ once the fault is fixed, so it
 # stays a regression test.
 # Usage: scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]
@@ -32,7 +33,7 @@ for target in "${targets[@]}"; do
   cp -r "fuzz/corpus/$target/." "$work/corpus/" 2>/dev/null || true
   echo "== fuzz_$target for ${seconds}s"
   if ! (cd "$work/findings" && "$out/fuzz/fuzz_$target" -max_total_time="$seconds" \
-        -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
+        -timeout=10 -rss_limit_mb=2048 -max_len=65540 -print_final_stats=1 \
         ${FUZZ_DICT_ARGS:-} "$work/corpus" >"$work/log.txt" 2>&1); then
     echo "fuzz_$target found a fault:"
     tail -n 60 "$work/log.txt"

@@ -52,9 +52,9 @@ cmake -S . -B "$out/native" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
 cmake --build "$out/native" -j"$jobs"
 run_ctest native "$out/native" || status=1
 
-echo "== ASan + UBSan Debug"
+echo "== ASan + UBSan Debug (installing the hardened flavour; the tests check both)"
 cmake -S . -B "$out/asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
-  -DVOIPFILTER_SANITIZE=address,undefined >/dev/null
+  -DVOIPFILTER_SANITIZE=address,undefined -DVOIPFILTER_HARDENED=ON >/dev/null
 cmake --build "$out/asan" -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
   run_ctest asan "$out/asan" || status=1

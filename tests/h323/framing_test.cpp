@@ -137,14 +137,6 @@ TEST_F(FramingTest, TransportAddressConversion) {
     EXPECT_EQ(0, back.family);
 }
 
-TEST(FramingDeathTest, H245IPv6AddressStopsOnTheSelectionCheck) {
-    sockaddr_type v6 = {};
-    v6.family = VOIPXLATE_FAMILY_IPV6;
-    H245::TransportAddress address;
-    EXPECT_DEATH(EncodeH245TransportAddress(v6, address),
-                 "currentSelection\\(\\) ==iPAddress::id_");
-}
-
 // --- Header strings ------------------------------------------------------------------------------
 
 class HeaderStringTest : public RegistryTest {

@@ -351,15 +351,4 @@ TEST_F(FastStartTest, RetranslatingAnUnansweredOffer) {
     EXPECT_TRUE(host().Events("openRTP").empty());
 }
 
-TEST(FastStartDeathTest, ForwardOfferElementOfAnotherMultiplexStops) {
-    H245::OpenLogicalChannel olc = AudioOLC(1, 1, "10.0.0.5:5000", "");
-    olc.ref_forwardLogicalChannelParameters().ref_multiplexParameters().select(
-        H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters::none::id_);
-    OctetStringList offer;
-    offer.push_back(EncodeOctets(olc));
-    H225TranslatorContext call(nullptr, {}, {}, {}, {});
-    EXPECT_DEATH(call.TranslateFastStartRequest(offer),
-                 "currentSelection\\(\\) ==h2250LogicalChannelParameters::id_");
-}
-
 } // namespace

@@ -24,7 +24,7 @@ public:
     void Reset() {
         events.clear();
         refusedCodecs.clear();
-        failOpenRTP = failOpenH245 = failTranslateMedia = false;
+        failOpenRTP = failOpenH245 = failTranslateMedia = answerIPv6 = false;
         holdResult = 0;
         nextPort = 20000;
         nextHandle = 101;
@@ -52,6 +52,7 @@ public:
     bool failOpenRTP = false;
     bool failOpenH245 = false;
     bool failTranslateMedia = false;
+    bool answerIPv6 = false; // media channels opened on an IPv6 address
     int holdResult = 0;
     unsigned nextPort = 20000;
     int nextHandle = 101;
@@ -90,6 +91,8 @@ private:
         sockaddr_type& outRTCP = direction ? s->forwardRTCPTranslated : s->reverseRTCPTranslated;
         outRTP = Addr("192.0.2.100:" + std::to_string(h.nextPort));
         outRTCP = Addr("192.0.2.100:" + std::to_string(h.nextPort + 1));
+        if (h.answerIPv6)
+            outRTP.family = outRTCP.family = VOIPXLATE_FAMILY_IPV6;
         h.nextPort += 2;
         *handle = h.nextHandle++;
         return 0;

@@ -3,6 +3,7 @@
 #include "h225_xlate.h"
 
 #include "asn1/asn_codec.h"
+#include "entry_guard.h"
 #include "sockaddr.h"
 #include "voip_translator.h"
 
@@ -18,6 +19,10 @@ constexpr unsigned char kSingleOctetElement = 0x80;
 constexpr unsigned char kUserUserElement = 0x7E;
 constexpr unsigned int kQ931HeaderSize = 5; // discriminator, call reference (2), message type
 constexpr unsigned int kUserUserHeaderSize = 4;
+
+RefusalLog H225RefusalLog(const H225TranslatorContext& call) {
+    return {call.HostContext(), logsource::kH225, "H.225\t"};
+}
 
 void CopyAddress(sockaddr_type& to, const sockaddr_type* from) {
     if (from != nullptr)
@@ -162,6 +167,13 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     if (result != 1)
         userInformation_ = H323_MESSAGES::H323_UserInformation();
     return result;
+}
+
+void H225TranslatorContext::ForgetPDU() {
+    keptElements_.clear();
+    keptLengths_.clear();
+    modified_ = false;
+    userInformation_ = H323_MESSAGES::H323_UserInformation();
 }
 
 int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* length) {
@@ -310,14 +322,23 @@ VOIPXLATE_API void h323xlate_h225_destroy(H225TranslatorContext* call) {
     delete call;
 }
 
+// A refused H.225 PDU shuts the call down (-2), as a failed translation does.
 VOIPXLATE_API int h323xlate_h225_decodeh225pdu(H225TranslatorContext* call,
                                                const unsigned char* pdu, unsigned int length) {
-    return call == nullptr ? -1 : call->DecodeH225(pdu, length);
+    if (call == nullptr)
+        return -1;
+    return Guarded(
+        H225RefusalLog(*call), -2, [&] { return call->DecodeH225(pdu, length); },
+        [&] { call->ForgetPDU(); });
 }
 
 VOIPXLATE_API int h323xlate_h225_encodeh225pdu(H225TranslatorContext* call, unsigned char* buffer,
                                                unsigned int* length) {
-    return call == nullptr ? -1 : call->EncodeH225(buffer, length);
+    if (call == nullptr)
+        return -1;
+    return Guarded(
+        H225RefusalLog(*call), -2, [&] { return call->EncodeH225(buffer, length); },
+        [&] { call->ForgetPDU(); });
 }
 
 VOIPXLATE_API int h323xlate_h225_translateh225pdu(H225TranslatorContext* call, int fromOriginator,
@@ -326,7 +347,9 @@ VOIPXLATE_API int h323xlate_h225_translateh225pdu(H225TranslatorContext* call, i
         return -1;
     if (status != nullptr)
         *status = -1;
-    return call->TranslateH225(fromOriginator != 0, status);
+    return Guarded(
+        H225RefusalLog(*call), -2, [&] { return call->TranslateH225(fromOriginator != 0, status); },
+        [&] { call->ForgetPDU(); });
 }
 
 VOIPXLATE_API int h323xlate_h225_translateh245pdu(H225TranslatorContext* call, int fromOriginator,
@@ -335,7 +358,9 @@ VOIPXLATE_API int h323xlate_h225_translateh245pdu(H225TranslatorContext* call, i
                                                   unsigned int* outputLength) {
     if (call == nullptr)
         return -1;
-    return call->TranslateH245(fromOriginator != 0, input, length, output, outputLength);
+    return Guarded(RefusalLog{call->HostContext(), logsource::kH245, "H.245\t"}, -1, [&] {
+        return call->TranslateH245(fromOriginator != 0, input, length, output, outputLength);
+    });
 }
 
 VOIPXLATE_API voipxlate_callinformation* h323xlate_h225_getcallstatus(H225TranslatorContext* call) {
@@ -348,13 +373,18 @@ VOIPXLATE_API int h323xlate_h225_setheaderstring(H225TranslatorContext* call,
                                                  unsigned int* outputLength) {
     if (call == nullptr)
         return -1;
-    return call->setHeaderStringH225(pdu, length, selector, value, output, outputLength);
+    return Guarded(H225RefusalLog(*call), -2, [&] {
+        return call->setHeaderStringH225(pdu, length, selector, value, output, outputLength);
+    });
 }
 
 VOIPXLATE_API const char* h323xlate_h225_getheaderstring(H225TranslatorContext* call,
                                                          const unsigned char* pdu,
                                                          unsigned int length, int selector) {
-    return call == nullptr ? nullptr : call->getHeaderStringH225(pdu, length, selector);
+    if (call == nullptr)
+        return nullptr;
+    return Guarded(H225RefusalLog(*call), static_cast<const char*>(nullptr),
+                   [&] { return call->getHeaderStringH225(pdu, length, selector); });
 }
 
 } // extern "C"

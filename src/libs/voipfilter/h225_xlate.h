@@ -83,6 +83,9 @@ public:
     int DecodeH225(const unsigned char* pdu, unsigned int length);
     // @return 0 unchanged (nothing written), 1 written, -1 buffer too small or encode failure.
     int EncodeH225(unsigned char* buffer, unsigned int* length);
+    // Drops the PDU decoded last, as after a failed decode: used when its translation was refused
+    // half-way, so that nothing half-rewritten can be encoded later.
+    void ForgetPDU();
 
     int CheckH245(bool fromOriginator, H323_MESSAGES::H323_UU_PDU& pdu, int previous);
     int TranslateTunnelledH245(bool fromOriginator, OctetStringList& h245Control);

@@ -1,6 +1,7 @@
 #include "ras_xlate.h"
 
 #include "asn1/asn_codec.h"
+#include "entry_guard.h"
 #include "h225_xlate.h"
 #include "sockaddr.h"
 #include "voip_translator.h"
@@ -179,7 +180,9 @@ VOIPXLATE_API int h323xlate_ras_translatepdu(RASTranslatorContext* handle, int d
         return -1;
     if (status != nullptr)
         *status = -1;
-    return handle->TranslateRAS(direction != 0, in, inLength, out, outLength, status);
+    return Guarded(RefusalLog{handle->HostContext(), logsource::kRAS, "H225 RAS "}, -1, [&] {
+        return handle->TranslateRAS(direction != 0, in, inLength, out, outLength, status);
+    });
 }
 
 } // extern "C"

@@ -1,5 +1,6 @@
 #include "sip_xlate.h"
 
+#include "entry_guard.h"
 #include "sockaddr.h"
 #include "voip_translator.h"
 
@@ -339,14 +340,17 @@ VOIPXLATE_API int sipxlate_udp_translate(SIPConnection* connection, int directio
                                          unsigned char* out, unsigned int* outLength, int option) {
     if (connection == nullptr)
         return -1;
-    return SIPTranslator::Instance().Translate(*connection, direction != 0, in, inLength, out,
-                                               outLength, option);
+    return Guarded(RefusalLog{connection->context, logsource::kSIP, "SIP  "}, -1, [&] {
+        return SIPTranslator::Instance().Translate(*connection, direction != 0, in, inLength, out,
+                                                   outLength, option);
+    });
 }
 
 VOIPXLATE_API int sipxlate_udp_destroy(SIPConnection* connection) {
     if (connection == nullptr)
         return -1;
-    return SIPTranslator::Instance().Destroy(*connection);
+    return Guarded(RefusalLog{connection->context, logsource::kSIP, "SIP  "}, -1,
+                   [&] { return SIPTranslator::Instance().Destroy(*connection); });
 }
 
 } // extern "C"

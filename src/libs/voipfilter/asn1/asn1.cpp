@@ -5,17 +5,10 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <typeinfo>
 
 namespace ASN1 {
-
-void assertionFailed(const char* expr, const char* file, unsigned line, const char* function) {
-    std::fprintf(stderr, "%s:%u: %s: Assertion `%s' failed.\n", file, line, function, expr);
-    std::fflush(stderr);
-    std::abort();
-}
 
 const unsigned MaximumStringSize = 16384;
 const unsigned MaximumArraySize = 128;

@@ -16,10 +16,33 @@
 
 namespace ASN1 {
 
-// Misuse of the value model aborts the process, in Release builds too, with the C library's
-// assertion message (the texts are relied on by death tests and by whoever reads a crash log).
+// Misuse of the value model stops the work at hand, in Release builds too. The library comes in
+// two flavours that differ only in what that means (asn1/assertion.cpp is built once for each):
+//  - default: the process aborts with the C library's assertion message (the texts are relied on
+//    by death tests and by whoever reads a crash log);
+//  - hardened: the failure is thrown as a Refusal whose text is the assertion's, and the exported
+//    entry point that was running refuses the message instead, so that no peer's datagram can
+//    end the host process.
 [[noreturn]] void assertionFailed(const char* expr, const char* file, unsigned line,
                                   const char* function);
+
+// Called when the PER encoder gave up half-way through a value. Default flavour: returns, and the
+// octets written so far stand as the encoding. Hardened flavour: throws a Refusal, so that no
+// rewritten message goes out that its own decoder could not read.
+void encodingIncomplete();
+
+// True in the hardened flavour.
+bool hardenedBuild() noexcept;
+
+// What the hardened flavour throws; never thrown in the default flavour. The text is static.
+class Refusal {
+public:
+    explicit Refusal(const char* reason) noexcept : reason_(reason) {}
+    const char* reason() const noexcept { return reason_; }
+
+private:
+    const char* reason_;
+};
 
 #define ASN1_ASSERT(expr)                                                                          \
     ((expr) ? static_cast<void>(0)                                                                 \

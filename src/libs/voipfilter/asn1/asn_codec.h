@@ -23,13 +23,14 @@ template <class T> int ASNDecode(const unsigned char* data, unsigned length, T& 
 
 // @return 1 encoded (*size set to the length), -1 null argument or a buffer shorter than the
 // encoding (buffer and *size untouched). A value that fails half-way is still copied out as far
-// as it was written.
+// as it was written (the hardened flavour refuses it instead: encodingIncomplete).
 template <class T> int ASNEncode(T& value, unsigned char* buffer, unsigned* size) {
     if (buffer == nullptr || size == nullptr)
         return -1;
     std::vector<char> octets;
     PEREncoder encoder(octets, true);
-    value.accept(encoder);
+    if (!value.accept(encoder))
+        encodingIncomplete();
     if (octets.size() > *size)
         return -1;
     *size = static_cast<unsigned>(octets.size());
@@ -44,11 +45,12 @@ template <class T> int ASNDecode(const OCTET_STRING& octets, T& value) {
                      static_cast<unsigned>(octets.size()), value);
 }
 
-// Replaces the octets by the encoding of value. @return 1 always.
+// Replaces the octets by the encoding of value, complete or not (as the raw form). @return 1.
 template <class T> int ASNEncode(T& value, OCTET_STRING& octets) {
     std::vector<char> encoded;
     PEREncoder encoder(encoded, true);
-    value.accept(encoder);
+    if (!value.accept(encoder))
+        encodingIncomplete();
     static_cast<std::vector<char>&>(octets).swap(encoded);
     return 1;
 }
