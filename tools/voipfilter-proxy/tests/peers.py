@@ -1,0 +1,236 @@
+#!/usr/bin/env python3
+"""Test peers for voipfilter-proxy on real sockets (run inside the test namespaces).
+
+h323-caller / h323-callee: the two ends of H.323 calls replayed from captured transcripts (lines
+"<frame> <O|D> <h225|h245> <hex>", O for the side that called). Each end sends its own lines
+and reads the other end's, in transcript order, so the proxy sees the calls as the capture had
+them. The captured endpoint addresses are replaced, byte for byte, by the test network's ones;
+the caller finds the separate H.245 address the proxy announced in the messages it receives.
+
+flood: malformed SIP datagrams (PROTOS c07-sip test cases and random bytes) and hostile H.323
+connections (damaged TPKT framing, SETUPs with flipped bits), for a bounded time.
+"""
+import argparse
+import os
+import random
+import socket
+import struct
+import sys
+import tarfile
+import time
+
+
+def tpkt(payload):
+    return struct.pack('>BBH', 3, 0, len(payload) + 4) + payload
+
+
+def read_frame(sock):
+    header = read_exact(sock, 4)
+    length = struct.unpack('>H', header[2:4])[0]
+    if header[0] != 3 or length <= 4:
+        raise IOError('not a TPKT frame: %s' % header.hex())
+    return read_exact(sock, length - 4)
+
+
+def read_exact(sock, count):
+    data = b''
+    while len(data) < count:
+        chunk = sock.recv(count - len(data))
+        if not chunk:
+            raise IOError('connection closed after %d of %d bytes' % (len(data), count))
+        data += chunk
+    return data
+
+
+def load_call(spec):
+    """A call: FILE[,CAPTURED_CALLER_IP,CAPTURED_CALLEE_IP]; .txt transcripts, or a lone SETUP
+    (.tpkt.bin with its TPKT header, .q931.bin without)."""
+    parts = spec.split(',')
+    path = parts[0]
+    if path.endswith('.txt'):
+        lines = []
+        for line in open(path):
+            frame, side, channel, hexdata = line.split()
+            lines.append((side, channel, bytes.fromhex(hexdata)))
+    else:
+        data = open(path, 'rb').read()
+        if path.endswith('.tpkt.bin'):
+            data = data[4:]
+        lines = [('O', 'h225', data)]
+    ips = [socket.inet_aton(ip) for ip in parts[1:3]]
+    return lines, ips
+
+
+def substitute(data, captured, actual):
+    for old, new in zip(captured, actual):
+        data = data.replace(old, new)
+    return data
+
+
+def h323_caller(args):
+    proxy_ip = socket.inet_aton(args.proxy)
+    actual = [socket.inet_aton(args.me), socket.inet_aton(args.peer)]
+    for spec in args.calls:
+        lines, captured = load_call(spec)
+        call = socket.create_connection((args.proxy, 1720), timeout=5)
+        h245 = None
+        received = []
+        for side, channel, data in lines:
+            if channel == 'h245' and h245 is None:
+                # The proxy's own address with the relay port, as the CONNECT now announces it.
+                for frame in received:
+                    at = frame.find(proxy_ip)
+                    if at >= 0 and at + 6 <= len(frame):
+                        port = struct.unpack('>H', frame[at + 4:at + 6])[0]
+                        break
+                else:
+                    raise IOError('no H.245 address of the proxy in the messages received')
+                h245 = socket.create_connection((args.proxy, port), timeout=5)
+            sock = call if channel == 'h225' else h245
+            if side == 'O':
+                sock.sendall(tpkt(substitute(data, captured, actual)))
+            else:
+                received.append(read_frame(sock))
+        for sock in (h245, call):
+            if sock is not None:
+                sock.close()
+        print('caller: %s played, %d messages received' % (os.path.basename(spec.split(',')[0]),
+                                                             len(received)))
+
+
+def h323_callee(args):
+    actual = [socket.inet_aton(args.peer), socket.inet_aton(args.me)]
+    listener = socket.socket()
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind((args.me, 1720))
+    listener.listen(8)
+    listener.settimeout(10)
+    for spec in args.calls:
+        lines, captured = load_call(spec)
+        h245_listener = None
+        if any(channel == 'h245' for _, channel, _ in lines):
+            # The captured CONNECT announces the callee's H.245 port: listen there.
+            h245_port = args.h245_port
+            h245_listener = socket.socket()
+            h245_listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+            h245_listener.bind((args.me, h245_port))
+            h245_listener.listen(1)
+            h245_listener.settimeout(10)
+        call, _ = listener.accept()
+        call.settimeout(5)
+        h245 = None
+        received = 0
+        for side, channel, data in lines:
+            if channel == 'h245' and h245 is None:
+                h245, _ = h245_listener.accept()
+                h245.settimeout(5)
+            sock = call if channel == 'h225' else h245
+            if side == 'D':
+                sock.sendall(tpkt(substitute(data, captured, actual)))
+            else:
+                read_frame(sock)
+                received += 1
+        for sock in (h245, call, h245_listener):
+            if sock is not None:
+                sock.close()
+        print('callee: %s played, %d messages received' % (os.path.basename(spec.split(',')[0]),
+                                                             received))
+
+
+def protos_cases(archive, count):
+    cases = []
+    with tarfile.open(archive) as tar:
+        for member in tar:
+            if not member.isfile():
+                continue
+            data = tar.extractfile(member).read()
+            space = data.find(b' ')
+            length = int(data[:space])
+            cases.append(data[space + 1:space + 1 + length])
+            if len(cases) >= count:
+                break
+    return cases
+
+
+def flood(args):
+    rng = random.Random(1)
+    cases = protos_cases(args.protos, args.protos_cases)
+    setups = [load_call(spec)[0][0][2] for spec in args.setups]
+    sip = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sip.bind((args.me, 0))
+    end = time.time() + args.seconds
+    sent_sip = sent_h323 = 0
+    n = 0
+    while time.time() < end:
+        n += 1
+        if n % 4 == 0:
+            message = bytes(rng.getrandbits(8) for _ in range(rng.randint(1, 400)))
+        else:
+            case = cases[n % len(cases)]
+            message = (case.replace(b'<Call-ID>', b'flood%d' % n)
+                       .replace(b'<From-Address>', args.me.encode())
+                       .replace(b'<From-IP>', args.me.encode())
+                       .replace(b'<To>', b'flood@' + args.proxy.encode())
+                       .replace(b'<From>', b'flood@' + args.me.encode())
+                       .replace(b'<Local-Port>', b'5060').replace(b'<CSeq>', b'1')
+                       .replace(b'<Branch-ID>', b'%d' % n)
+                       .replace(b'<Teardown-Method>', b'BYE'))
+            message = message.replace(b'<Content-Length>', b'%d' % (len(message) // 8))[:65000]
+        try:
+            sip.sendto(message, (args.proxy, 5060))
+            sent_sip += 1
+        except OSError:
+            pass
+        if n % 20 == 0:
+            # A hostile H.323 connection: a SETUP with flipped bits, framing that lies, or junk.
+            try:
+                conn = socket.create_connection((args.proxy, 1720), timeout=2)
+                setup = bytearray(setups[n % len(setups)])
+                for _ in range(rng.randint(1, 8)):
+                    at = rng.randrange(len(setup))
+                    setup[at] ^= 1 << rng.randrange(8)
+                kind = n % 3
+                if kind == 0:
+                    conn.sendall(tpkt(bytes(setup)))
+                elif kind == 1:
+                    conn.sendall(struct.pack('>BBH', 3, 0, 60000) + bytes(setup))
+                else:
+                    conn.sendall(bytes(rng.getrandbits(8) for _ in range(200)))
+                conn.close()
+                sent_h323 += 1
+            except OSError:
+                pass
+        if args.rate:
+            time.sleep(1.0 / args.rate)
+    print('flood: %d malformed SIP datagrams, %d hostile H.323 connections in %d s'
+          % (sent_sip, sent_h323, args.seconds))
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    sub = parser.add_subparsers(dest='role', required=True)
+    for role in ('h323-caller', 'h323-callee'):
+        p = sub.add_parser(role)
+        p.add_argument('--me', required=True)
+        p.add_argument('--peer', required=True, help='the other endpoint')
+        p.add_argument('--proxy')
+        p.add_argument('--h245-port', type=int, default=1232)
+        p.add_argument('calls', nargs='+')
+    p = sub.add_parser('flood')
+    p.add_argument('--me', required=True)
+    p.add_argument('--proxy', required=True)
+    p.add_argument('--protos', required=True)
+    p.add_argument('--protos-cases', type=int, default=600)
+    p.add_argument('--seconds', type=int, default=10)
+    p.add_argument('--rate', type=float, default=1000)
+    p.add_argument('setups', nargs='+')
+    args = parser.parse_args()
+    {'h323-caller': h323_caller, 'h323-callee': h323_callee, 'flood': flood}[args.role](args)
+
+
+if __name__ == '__main__':
+    try:
+        main()
+    except (IOError, OSError) as error:
+        print('%s: %s' % (sys.argv[1], error), file=sys.stderr)
+        sys.exit(1)
