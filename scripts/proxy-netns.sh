@@ -10,7 +10,9 @@
 #          H.323 during SIPp calls. Skips (exit 77) where network namespaces cannot be made.
 #   load   CALL_RATE calls/s (default 50) for LOAD_SECONDS (default 60); prints calls completed
 #          and failed, the proxy's CPU time and peak memory.
-# Environment: CALLS (check: SIPp calls, default 30), KEEP=1 keeps the work folder.
+# Environment: CALLS (check: SIPp calls, default 30), KEEP=1 keeps the work folder,
+#   FLOOD_FLIP_ANYWHERE=1 lets the flood flip bits inside the PER-encoded user information too
+#   (only for a proxy on the hardened library: the plain one stops on its documented assertions).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 proxy=$(realpath "$1")
@@ -59,6 +61,10 @@ ip -n "$ns_in" addr add 10.77.1.2/24 dev "${tag}a"
 ip -n "$ns_px" addr add 10.77.1.1/24 dev "${tag}b"
 ip -n "$ns_px" addr add 10.77.2.1/24 dev "${tag}c"
 ip -n "$ns_out" addr add 10.77.2.2/24 dev "${tag}d"
+# A hostile host outside, and an inside address where what the proxy lets through of its traffic
+# ends (nothing listens there).
+ip -n "$ns_out" addr add 10.77.2.3/24 dev "${tag}d"
+ip -n "$ns_in" addr add 10.77.1.3/24 dev "${tag}a"
 for pair in "$ns_in ${tag}a" "$ns_px ${tag}b" "$ns_px ${tag}c" "$ns_out ${tag}d"; do
     set -- $pair
     ip -n "$1" link set "$2" up
@@ -83,7 +89,8 @@ check "no route from inside to outside" \
 proxy_pid=
 start_proxy() {
     ip netns exec "$ns_px" "$proxy" --inside-address 10.77.1.1 --outside-address 10.77.2.1 \
-        --sip-peer-outside 10.77.2.2 --h323-peer-outside 10.77.2.2 --media-timeout 30 \
+        --sip-peer-outside 10.77.2.2 --h323-peer-outside 10.77.2.2 --sip-peer-inside 10.77.1.3 \
+        --h323-peer-inside 10.77.1.3 --media-timeout 30 \
         --log-level "${LOG_LEVEL:-1}" "$@" 2>>"$work/proxy.log" &
     proxy_pid=$!
     pids+=("$proxy_pid")
@@ -186,11 +193,125 @@ sip_check() {
         "$work/short-counters.txt"
 }
 
+# Every address value tshark finds in the H.225 and H.245 messages a capture shows the proxy
+# (address $2) sending.
+h323_addresses() {
+    tshark -r "$1" -Y "(h225 || h245) && ip.src == $2" -T fields -E occurrence=a -E separator=, -e h225.ipV4 \
+        -e h225.h245Ip -e h245.ip4_network 2>/dev/null | tr ',\t' '\n\n' | sed '/^$/d' | sort -u
+}
+
+h323_check() {
+    local data=$root/tests/data/h323 peers=$root/tools/voipfilter-proxy/tests/peers.py
+    # The captured endpoints' addresses, replaced by the test network's in the replayed bytes.
+    local calls=("$data/rtp-example-1.txt,10.1.3.143,10.1.6.18"
+        "$data/ekiga-setup-faststart.tpkt.bin,10.0.1.122,66.135.35.44"
+        "$data/synth-setup-faststart.q931.bin,10.0.0.5,192.0.2.10")
+    capture "$ns_px" "${tag}b" "$work/h323-in.pcapng" "tcp"
+    capture "$ns_px" "${tag}c" "$work/h323-out.pcapng" "tcp"
+    sleep 1
+    ip netns exec "$ns_out" python3 "$peers" h323-callee --me 10.77.2.2 --peer 10.77.1.2 \
+        "${calls[@]}" >"$work/h323-callee.out" 2>&1 &
+    local callee=$!
+    pids+=("$callee")
+    sleep 0.5
+    local rc=0
+    ip netns exec "$ns_in" python3 "$peers" h323-caller --me 10.77.1.2 --peer 10.77.2.2 \
+        --proxy 10.77.1.1 "${calls[@]}" >"$work/h323-caller.out" 2>&1 || rc=$?
+    wait "$callee" || rc=$?
+    stop_captures
+    cat "$work/h323-caller.out" "$work/h323-callee.out"
+    check "the H.323 corpus calls play end to end through the proxy" test "$rc" -eq 0
+    local count
+    count=$(tshark -r "$work/h323-out.pcapng" -Y h245 2>/dev/null | wc -l)
+    echo "H.245 frames on the outside: $count"
+    check "the separate H.245 connection is relayed" test "$count" -ge 10
+    local side net own peer bad
+    for side in in out; do
+        [ $side = in ] && net=10.77.1 || net=10.77.2
+        own=$net.1
+        peer=$net.2
+        bad=$(h323_addresses "$work/h323-$side.pcapng" "$own" | grep -vx -e "$own" -e "$peer" || true)
+        echo "addresses the proxy sends in H.225/H.245 on the $side:" \
+            "$(h323_addresses "$work/h323-$side.pcapng" "$own" | tr '\n' ' ')"
+        check "on the $side, the proxy sends no address but its own and the endpoint's" \
+            test -z "$bad"
+        count=$(tshark -r "$work/h323-$side.pcapng" -Y "_ws.malformed || _ws.expert.severity == error" \
+            2>/dev/null | wc -l)
+        check "no malformed frame on the $side ($count)" test "$count" -eq 0
+    done
+    # No inside address leaks to the outside anywhere in the payloads (raw bytes: 10.77.1.2).
+    count=$(tshark -r "$work/h323-out.pcapng" -Y "tcp.len > 0" -T fields -e tcp.payload 2>/dev/null |
+        grep -c 0a4d0102 || true)
+    check "no inside address leaks to the outside ($count payloads)" test "$count" -eq 0
+    counters | tee "$work/h323-counters.txt"
+    check "no call was shut down and every relay is freed" grep -q \
+        "calls shut down 0" "$work/h323-counters.txt"
+}
+
+# Hostile traffic from a host outside while SIPp places calls from the inside: the calls must all
+# complete.
+flood_check() {
+    local calls=${CALLS:-30} data=$root/tests/data/h323 seconds=${FLOOD_SECONDS:-10} protos
+    # The PROTOS c07-sip cases live in the shared corpus beside the checkout, when it is there.
+    protos=${VOIPFILTER_CORPUS:-$root/../shared/corpus}/torture/protos-c07-sip/protos-c07-sip-r2-testcases.tar.gz
+    [ -f "$protos" ] || { echo "(PROTOS cases not found: the flood uses the RFC 4475 messages)"; protos=; }
+    ip netns exec "$ns_in" python3 "$root/tools/voipfilter-proxy/tests/peers.py" sink \
+        --me 10.77.1.3 --seconds "$((seconds + 5))" >/dev/null 2>&1 &
+    pids+=($!)
+    sleep 0.3
+    ip netns exec "$ns_out" python3 "$root/tools/voipfilter-proxy/tests/peers.py" flood \
+        --me 10.77.2.3 --proxy 10.77.2.1 --seconds "$seconds" --rate "${FLOOD_RATE:-500}" \
+        ${FLOOD_FLIP_ANYWHERE:+--flip-anywhere} \
+        ${protos:+--protos "$protos"} --torture "$root/tests/data/sip/rfc4475" \
+        "$data/ekiga-setup-faststart.tpkt.bin" "$data/synth-setup-faststart.q931.bin" \
+        >"$work/flood.out" 2>&1 &
+    local flood=$!
+    pids+=("$flood")
+    local rc=0
+    run_calls flood "$calls" 10 || rc=$?
+    wait "$flood" || true
+    cat "$work/flood.out"
+    local ok failed
+    ok=$(stat_of flood 'SuccessfulCall(C)')
+    failed=$(stat_of flood 'FailedCall(C)')
+    echo "SIPp during the flood: $calls calls: $ok completed, $failed failed (sipp exit $rc)"
+    check "the proxy survives the flood" kill -0 "$proxy_pid"
+    check "every SIPp call completes during the flood" test "$ok" -eq "$calls" -a "$failed" -eq 0
+    counters | tee "$work/flood-counters.txt"
+}
+
 case "$mode" in
 check)
     start_proxy
     start_callee
     sip_check
+    h323_check
+    flood_check
+    stop_proxy
+    ;;
+load)
+    LOG_LEVEL=0 start_proxy
+    start_callee
+    rate=${CALL_RATE:-50}
+    seconds=${LOAD_SECONDS:-60}
+    ticks=$(getconf CLK_TCK)
+    cpu() { awk '{print $14 + $15}' "/proc/$proxy_pid/stat"; }
+    cpu_before=$(cpu)
+    started=$(date +%s.%N)
+    rc=0
+    run_calls load "$((rate * seconds))" "$rate" || rc=$?
+    elapsed=$(echo "$(date +%s.%N) - $started" | bc)
+    cpu_after=$(cpu)
+    peak=$(awk '/VmHWM/ {print $2, $3}' "/proc/$proxy_pid/status")
+    sleep 1
+    counters | tee "$work/load-counters.txt"
+    ok=$(stat_of load 'SuccessfulCall(C)')
+    failed=$(stat_of load 'FailedCall(C)')
+    echo "load: $((rate * seconds)) calls at $rate/s: $ok completed, $failed failed (sipp exit $rc)"
+    echo "load: proxy CPU $(echo "scale=1; ($cpu_after - $cpu_before) / $ticks" | bc) s in" \
+        "$(printf %.0f "$elapsed") s ($(echo "scale=1; 100 * ($cpu_after - $cpu_before) / $ticks / $elapsed" | bc)% of one core)," \
+        "peak resident memory $peak"
+    check "every call of the load run completes" test "$failed" -eq 0
     stop_proxy
     ;;
 *)

@@ -7,8 +7,10 @@ and reads the other end's, in transcript order, so the proxy sees the calls as t
 them. The captured endpoint addresses are replaced, byte for byte, by the test network's ones;
 the caller finds the separate H.245 address the proxy announced in the messages it receives.
 
-flood: malformed SIP datagrams (PROTOS c07-sip test cases and random bytes) and hostile H.323
-connections (damaged TPKT framing, SETUPs with flipped bits), for a bounded time.
+flood: malformed SIP datagrams (RFC 4475 torture messages, PROTOS c07-sip test cases when the
+archive is at hand, random bytes) and hostile H.323
+connections (damaged TPKT framing, SETUPs with flipped bits), for a bounded time; sink: the host
+that takes what the proxy lets through of it.
 """
 import argparse
 import os
@@ -154,7 +156,9 @@ def protos_cases(archive, count):
 
 def flood(args):
     rng = random.Random(1)
-    cases = protos_cases(args.protos, args.protos_cases)
+    cases = protos_cases(args.protos, args.protos_cases) if args.protos else []
+    for name in sorted(os.listdir(args.torture)):
+        cases.append(open(os.path.join(args.torture, name), 'rb').read())
     setups = [load_call(spec)[0][0][2] for spec in args.setups]
     sip = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     sip.bind((args.me, 0))
@@ -182,17 +186,23 @@ def flood(args):
         except OSError:
             pass
         if n % 20 == 0:
-            # A hostile H.323 connection: a SETUP with flipped bits, framing that lies, or junk.
+            # A hostile H.323 connection: a SETUP damaged in its Q.931 part or cut short, framing
+            # that lies, or junk. With --flip-anywhere the bits flipped may also fall into the
+            # PER-encoded user information, where some reach the library's documented
+            # assertions (see the README): that needs the hardened library.
             try:
                 conn = socket.create_connection((args.proxy, 1720), timeout=2)
                 setup = bytearray(setups[n % len(setups)])
-                for _ in range(rng.randint(1, 8)):
-                    at = rng.randrange(len(setup))
-                    setup[at] ^= 1 << rng.randrange(8)
-                kind = n % 3
+                kind = (n // 20) % 4
                 if kind == 0:
+                    reach = len(setup) if args.flip_anywhere else 12
+                    for _ in range(rng.randint(1, 8)):
+                        at = rng.randrange(reach)
+                        setup[at] ^= 1 << rng.randrange(8)
                     conn.sendall(tpkt(bytes(setup)))
                 elif kind == 1:
+                    conn.sendall(tpkt(bytes(setup[:rng.randrange(1, len(setup))])))
+                elif kind == 2:
                     conn.sendall(struct.pack('>BBH', 3, 0, 60000) + bytes(setup))
                 else:
                     conn.sendall(bytes(rng.getrandbits(8) for _ in range(200)))
@@ -204,6 +214,39 @@ def flood(args):
             time.sleep(1.0 / args.rate)
     print('flood: %d malformed SIP datagrams, %d hostile H.323 connections in %d s'
           % (sent_sip, sent_h323, args.seconds))
+
+
+def sink(args):
+    """Takes whatever the proxy passes on of a flood: UDP datagrams on 5060 and TCP connections
+    on 1720, read and discarded, for a bounded time."""
+    import selectors
+    udp = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    udp.bind((args.me, 5060))
+    listener = socket.socket()
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind((args.me, 1720))
+    listener.listen(128)
+    selector = selectors.DefaultSelector()
+    selector.register(udp, selectors.EVENT_READ)
+    selector.register(listener, selectors.EVENT_READ)
+    end = time.time() + args.seconds
+    while time.time() < end:
+        for key, _ in selector.select(timeout=0.5):
+            sock = key.fileobj
+            if sock is udp:
+                udp.recvfrom(65536)
+            elif sock is listener:
+                conn, _ = listener.accept()
+                conn.setblocking(False)
+                selector.register(conn, selectors.EVENT_READ)
+            else:
+                try:
+                    data = sock.recv(65536)
+                except OSError:
+                    data = b''
+                if not data:
+                    selector.unregister(sock)
+                    sock.close()
 
 
 def main():
@@ -219,13 +262,19 @@ def main():
     p = sub.add_parser('flood')
     p.add_argument('--me', required=True)
     p.add_argument('--proxy', required=True)
-    p.add_argument('--protos', required=True)
+    p.add_argument('--protos', help='the PROTOS c07-sip archive (optional)')
+    p.add_argument('--torture', required=True, help='a folder of SIP torture messages')
     p.add_argument('--protos-cases', type=int, default=600)
     p.add_argument('--seconds', type=int, default=10)
     p.add_argument('--rate', type=float, default=1000)
+    p.add_argument('--flip-anywhere', action='store_true')
     p.add_argument('setups', nargs='+')
+    p = sub.add_parser('sink')
+    p.add_argument('--me', required=True)
+    p.add_argument('--seconds', type=int, default=60)
     args = parser.parse_args()
-    {'h323-caller': h323_caller, 'h323-callee': h323_callee, 'flood': flood}[args.role](args)
+    {'h323-caller': h323_caller, 'h323-callee': h323_callee, 'flood': flood,
+     'sink': sink}[args.role](args)
 
 
 if __name__ == '__main__':
