@@ -34,7 +34,8 @@ public:
     UdpSocket& operator=(const UdpSocket&) = delete;
 
     bool ok() const { return error_ == 0; }
-    const char* error() const { return uv_strerror(error_); }
+    // (uv_strerror allocates a text for codes it does not know, such as 0.)
+    const char* error() const { return error_ == 0 ? "" : uv_strerror(error_); }
     // Sends at once or not at all (a full socket buffer drops the datagram, as the network may).
     bool send(const Endpoint& to, const uint8_t* data, size_t length);
 
@@ -85,7 +86,8 @@ public:
     TcpListener& operator=(const TcpListener&) = delete;
 
     bool ok() const { return error_ == 0; }
-    const char* error() const { return uv_strerror(error_); }
+    // (uv_strerror allocates a text for codes it does not know, such as 0.)
+    const char* error() const { return error_ == 0 ? "" : uv_strerror(error_); }
 
 private:
     uv_tcp_t* handle_;
