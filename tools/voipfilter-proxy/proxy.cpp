@@ -214,8 +214,8 @@ bool Proxy::start() {
         timer_, [](uv_timer_t* timer) { static_cast<Proxy*>(timer->data)->housekeeping(); }, 1000,
         1000);
     if (ok) {
-        log(1, "serving inside " + endpointText(own(Inside, 0)).substr(0) + " and outside " +
-                   endpointText(own(Outside, 0)) + ", relay ports " +
+        log(1, "serving inside " + endpointText(own(Inside, config_.sipPort)) + " and outside " +
+                   endpointText(own(Outside, config_.sipPort)) + ", relay ports " +
                    std::to_string(config_.portLow) + "-" + std::to_string(config_.portHigh));
     }
     return ok;
