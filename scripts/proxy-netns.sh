@@ -90,7 +90,7 @@ proxy_pid=
 start_proxy() {
     ip netns exec "$ns_px" "$proxy" --inside-address 10.77.1.1 --outside-address 10.77.2.1 \
         --sip-peer-outside 10.77.2.2 --h323-peer-outside 10.77.2.2 --sip-peer-inside 10.77.1.3 \
-        --h323-peer-inside 10.77.1.3 --media-timeout 30 \
+        --h323-peer-inside 10.77.1.3 --gatekeeper-outside 10.77.2.2 --media-timeout 30 \
         --log-level "${LOG_LEVEL:-1}" "$@" 2>>"$work/proxy.log" &
     proxy_pid=$!
     pids+=("$proxy_pid")
@@ -249,6 +249,26 @@ h323_check() {
         "$work/h323-counters.txt"
 }
 
+# An inside endpoint registers with a gatekeeper outside, is called through the address the proxy
+# mapped for it, and is rejected, which withdraws the mapping.
+ras_check() {
+    local peers=$root/tools/voipfilter-proxy/tests/peers.py
+    ip netns exec "$ns_out" python3 "$peers" ras-gatekeeper --me 10.77.2.2 --peer 10.77.1.2 \
+        --proxy 10.77.2.1 --data "$root/tests/data/ras" \
+        --setup "$root/tests/data/h323/synth-setup-faststart.q931.bin" >"$work/ras-gk.out" 2>&1 &
+    local gatekeeper=$!
+    pids+=("$gatekeeper")
+    sleep 0.3
+    local rc=0
+    ip netns exec "$ns_in" python3 "$peers" ras-endpoint --me 10.77.1.2 --proxy 10.77.1.1 \
+        --data "$root/tests/data/ras" >"$work/ras-ep.out" 2>&1 || rc=$?
+    wait "$gatekeeper" || rc=$?
+    cat "$work/ras-ep.out" "$work/ras-gk.out"
+    check "RAS registration, a call to the mapped address, the mapping withdrawn" test "$rc" -eq 0
+    counters | tee "$work/ras-counters.txt"
+    check "one mapping was made" grep -q "ras mappings 1," "$work/ras-counters.txt"
+}
+
 # Hostile traffic from a host outside while SIPp places calls from the inside: the calls must all
 # complete.
 flood_check() {
@@ -287,6 +307,7 @@ check)
     start_callee
     sip_check
     h323_check
+    ras_check
     flood_check
     stop_proxy
     ;;

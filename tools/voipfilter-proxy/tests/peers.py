@@ -7,6 +7,9 @@ and reads the other end's, in transcript order, so the proxy sees the calls as t
 them. The captured endpoint addresses are replaced, byte for byte, by the test network's ones;
 the caller finds the separate H.245 address the proxy announced in the messages it receives.
 
+ras-endpoint / ras-gatekeeper: a registration through the proxy (captured RAS messages), a call
+to the address the proxy maps for it, and the mapping's withdrawal.
+
 flood: malformed SIP datagrams (RFC 4475 torture messages, PROTOS c07-sip test cases when the
 archive is at hand, random bytes) and hostile H.323
 connections (damaged TPKT framing, SETUPs with flipped bits), for a bounded time; sink: the host
@@ -139,6 +142,76 @@ def h323_callee(args):
                                                              received))
 
 
+# The RAS exchange, from captures in tests/data/ras: a Tandberg endpoint's RegistrationRequest
+# and the gatekeeper's RegistrationConfirm, then an SJphone gatekeeper's RegistrationReject.
+RAS_ENDPOINT, RAS_GATEKEEPER = socket.inet_aton('10.47.208.204'), socket.inet_aton('10.47.208.50')
+
+
+def ras_endpoint(args):
+    """Registers through the proxy, takes the call the gatekeeper's side places to the registered
+    address, and registers again to be rejected."""
+    captured = [RAS_ENDPOINT, RAS_GATEKEEPER]
+    actual = [socket.inet_aton(args.me), socket.inet_aton(args.proxy)]
+    rrq = substitute(open(os.path.join(args.data, 'ndpi-h323-071-3.bin'), 'rb').read(),
+                     captured, actual)
+    listener = socket.socket()
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind((args.me, 1720))
+    listener.listen(1)
+    listener.settimeout(10)
+    ras = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    ras.bind((args.me, 1719))
+    ras.settimeout(5)
+    ras.sendto(rrq, (args.proxy, 1719))
+    confirm, _ = ras.recvfrom(65536)
+    call, _ = listener.accept()
+    call.settimeout(5)
+    setup = read_frame(call)
+    call.close()
+    ras.sendto(rrq, (args.proxy, 1719))
+    reject, _ = ras.recvfrom(65536)
+    print('endpoint: registered (%d-byte answer), took a call (%d-byte SETUP), rejected '
+          '(%d-byte answer)' % (len(confirm), len(setup), len(reject)))
+
+
+def ras_gatekeeper(args):
+    """Answers the registrations it receives through the proxy, and calls the address the proxy
+    announced for the endpoint: while registered the call reaches the endpoint, after the
+    rejection nobody listens there."""
+    proxy_ip = socket.inet_aton(args.proxy)
+    inside = socket.inet_aton(args.peer)
+    confirm = substitute(open(os.path.join(args.data, 'ndpi-h323-072-4.bin'), 'rb').read(),
+                         [RAS_GATEKEEPER, RAS_ENDPOINT], [socket.inet_aton(args.me), proxy_ip])
+    reject = open(os.path.join(args.data, 'wireshark-SIP_CALL_RTP_G711-ras-002-5.bin'),
+                  'rb').read()
+    ras = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    ras.bind((args.me, 1719))
+    ras.settimeout(10)
+    rrq, source = ras.recvfrom(65536)
+    if inside in rrq:
+        raise IOError('the registration carries the inside address')
+    at = rrq.find(proxy_ip)
+    if at < 0:
+        raise IOError('the registration does not carry the proxy\'s address')
+    # The call signalling address comes first in a RegistrationRequest.
+    mapped = struct.unpack('>H', rrq[at + 4:at + 6])[0]
+    ras.sendto(confirm, source)
+    call = socket.create_connection((args.proxy, mapped), timeout=5)
+    call.sendall(tpkt(open(args.setup, 'rb').read()))
+    time.sleep(1)
+    call.close()
+    rrq, source = ras.recvfrom(65536)
+    ras.sendto(reject, source)
+    time.sleep(0.5)
+    try:
+        socket.create_connection((args.proxy, mapped), timeout=2).close()
+        raise IOError('the mapping to port %d is still open after the rejection' % mapped)
+    except ConnectionRefusedError:
+        pass
+    print('gatekeeper: registration mapped to %s:%d, called through it, mapping withdrawn'
+          % (args.proxy, mapped))
+
+
 def protos_cases(archive, count):
     cases = []
     with tarfile.open(archive) as tar:
@@ -269,11 +342,19 @@ def main():
     p.add_argument('--rate', type=float, default=1000)
     p.add_argument('--flip-anywhere', action='store_true')
     p.add_argument('setups', nargs='+')
+    for role in ('ras-endpoint', 'ras-gatekeeper'):
+        p = sub.add_parser(role)
+        p.add_argument('--me', required=True)
+        p.add_argument('--peer')
+        p.add_argument('--proxy', required=True)
+        p.add_argument('--data', required=True, help='tests/data/ras')
+        p.add_argument('--setup', help='a SETUP (Q.931 without TPKT) to call with')
     p = sub.add_parser('sink')
     p.add_argument('--me', required=True)
     p.add_argument('--seconds', type=int, default=60)
     args = parser.parse_args()
     {'h323-caller': h323_caller, 'h323-callee': h323_callee, 'flood': flood,
+     'ras-endpoint': ras_endpoint, 'ras-gatekeeper': ras_gatekeeper,
      'sink': sink}[args.role](args)
 
 
