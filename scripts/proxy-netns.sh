@@ -91,6 +91,7 @@ start_proxy() {
     ip netns exec "$ns_px" "$proxy" --inside-address 10.77.1.1 --outside-address 10.77.2.1 \
         --sip-peer-outside 10.77.2.2 --h323-peer-outside 10.77.2.2 --sip-peer-inside 10.77.1.3 \
         --h323-peer-inside 10.77.1.3 --gatekeeper-outside 10.77.2.2 --media-timeout 30 \
+        --deny-codec telephone-event \
         --log-level "${LOG_LEVEL:-1}" "$@" 2>>"$work/proxy.log" &
     proxy_pid=$!
     pids+=("$proxy_pid")
@@ -171,6 +172,7 @@ sip_check() {
     local calls=${CALLS:-30}
     capture "$ns_in" "${tag}a" "$work/sip-in.pcapng" "udp and src host 10.77.1.1 and not port 5060"
     capture "$ns_out" "${tag}d" "$work/sip-out.pcapng" "udp and src host 10.77.2.1 and not port 5060"
+    capture "$ns_out" "${tag}d" "$work/sip-signalling.pcapng" "udp port 5060"
     sleep 1
     local rc=0
     run_calls short "$calls" 10 || rc=$?
@@ -187,6 +189,17 @@ sip_check() {
     echo "media: relays seen sending to the caller $inside, to the callee $outside"
     check "media of every call reaches the caller through a relay" test "$inside" -ge "$calls"
     check "media of every call reaches the callee through a relay" test "$outside" -ge "$calls"
+    # The SDP the callee gets: the proxy's addresses only, and the vetoed codec gone.
+    local sdp
+    sdp=$(tshark -r "$work/sip-signalling.pcapng" -Y "sdp && ip.dst == 10.77.2.2" -T fields \
+        -E occurrence=a -e sdp.connection_info.address -e sdp.owner.address 2>/dev/null |
+        tr '\t,' '\n\n' | sed '/^$/d' | sort -u | tr '\n' ' ')
+    echo "addresses in the SDP the callee receives: $sdp"
+    check "the callee's SDP names only the proxy" test "$sdp" = "10.77.2.1 "
+    local vetoed kept
+    vetoed=$(tshark -r "$work/sip-signalling.pcapng" -Y 'ip.dst == 10.77.2.2 && sdp.media_attr contains "telephone-event"' 2>/dev/null | wc -l)
+    kept=$(tshark -r "$work/sip-signalling.pcapng" -Y 'ip.dst == 10.77.2.2 && sdp.media_attr contains "PCMA"' 2>/dev/null | wc -l)
+    check "the vetoed codec is removed, the others kept ($vetoed, $kept)" test "$vetoed" -eq 0 -a "$kept" -eq "$calls"
     sleep 1
     counters | tee "$work/short-counters.txt"
     check "every relay is freed when the calls end" grep -q "relays: opened [0-9]*, open 0," \
