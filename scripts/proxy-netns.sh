@@ -282,6 +282,26 @@ ras_check() {
     check "one mapping was made" grep -q "ras mappings 1," "$work/ras-counters.txt"
 }
 
+# A SIP call with a message session: the MSRP connection goes through the proxy's TCP relay.
+msrp_check() {
+    local peers=$root/tools/voipfilter-proxy/tests/peers.py
+    ip netns exec "$ns_out" python3 "$peers" msrp-callee --me 10.77.2.2 --proxy 10.77.2.1 \
+        >"$work/msrp-callee.out" 2>&1 &
+    local callee=$!
+    pids+=("$callee")
+    sleep 0.3
+    local rc=0
+    ip netns exec "$ns_in" python3 "$peers" msrp-caller --me 10.77.1.2 --proxy 10.77.1.1 \
+        >"$work/msrp-caller.out" 2>&1 || rc=$?
+    wait "$callee" || rc=$?
+    cat "$work/msrp-caller.out" "$work/msrp-callee.out"
+    check "an MSRP message session goes through the proxy's relay" test "$rc" -eq 0
+    sleep 0.5
+    counters | tee "$work/msrp-counters.txt"
+    check "its relay is freed when the call ends" grep -q "relays: opened [0-9]*, open 0," \
+        "$work/msrp-counters.txt"
+}
+
 # Hostile traffic from a host outside while SIPp places calls from the inside: the calls must all
 # complete.
 flood_check() {
@@ -317,6 +337,7 @@ flood_check() {
 case "$mode" in
 check)
     start_proxy
+    msrp_check
     start_callee
     sip_check
     h323_check

@@ -10,6 +10,9 @@ the caller finds the separate H.245 address the proxy announced in the messages 
 ras-endpoint / ras-gatekeeper: a registration through the proxy (captured RAS messages), a call
 to the address the proxy maps for it, and the mapping's withdrawal.
 
+msrp-caller / msrp-callee: a SIP call with a message session whose MSRP connection goes through
+the proxy's TCP relay.
+
 flood: malformed SIP datagrams (RFC 4475 torture messages, PROTOS c07-sip test cases when the
 archive is at hand, random bytes) and hostile H.323
 connections (damaged TPKT framing, SETUPs with flipped bits), for a bounded time; sink: the host
@@ -212,6 +215,109 @@ def ras_gatekeeper(args):
           % (args.proxy, mapped))
 
 
+def sip_message(start, call_id, cseq, tag_from, tag_to, via, sdp=None):
+    headers = [start, 'Via: SIP/2.0/UDP %s;branch=z9hG4bK%s' % (via, call_id + cseq.split()[0]),
+               'From: <sip:alice@inside>;tag=%s' % tag_from,
+               'To: <sip:bob@outside>' + (';tag=%s' % tag_to if tag_to else ''),
+               'Call-ID: ' + call_id, 'CSeq: ' + cseq, 'Max-Forwards: 70']
+    body = ''
+    if sdp is not None:
+        body = sdp
+        headers.append('Content-Type: application/sdp')
+    headers.append('Content-Length: %d' % len(body))
+    return ('\r\n'.join(headers) + '\r\n\r\n' + body).encode()
+
+
+def message_sdp(ip, port):
+    return ('v=0\r\no=- 1 1 IN IP4 %s\r\ns=-\r\nc=IN IP4 %s\r\nt=0 0\r\n'
+            'm=message %d TCP/MSRP *\r\na=accept-types:text/plain\r\n' % (ip, ip, port))
+
+
+def sdp_media(message):
+    """The address and port of the first m= line of a SIP message's SDP body."""
+    text = message.decode(errors='replace')
+    address = port = None
+    for line in text.split('\r\n'):
+        if line.startswith('c=IN IP4 '):
+            address = line[9:].strip()
+        elif line.startswith('m=') and port is None:
+            port = int(line.split()[1])
+    return address, port
+
+
+def msrp_caller(args):
+    """Calls with a message session (m=message, MSRP over TCP) through the proxy, sends a chunk
+    over the TCP connection to the address the answer names, reads it echoed, and hangs up."""
+    sip = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sip.bind((args.me, 5060))
+    sip.settimeout(5)
+    proxy = (args.proxy, 5060)
+    call_id, via = 'msrp-1@' + args.me, args.me + ':5060'
+    sip.sendto(sip_message('INVITE sip:bob@%s SIP/2.0' % args.proxy, call_id, '1 INVITE', 'a1',
+                           None, via, message_sdp(args.me, 7394)), proxy)
+    answer, _ = sip.recvfrom(65536)
+    if not answer.startswith(b'SIP/2.0 200'):
+        raise IOError('the INVITE was answered with %r' % answer[:40])
+    to_tag = answer.split(b';tag=')[2].split(b'\r\n')[0].decode()
+    address, port = sdp_media(answer)
+    sip.sendto(sip_message('ACK sip:bob@%s SIP/2.0' % args.proxy, call_id, '1 ACK', 'a1', to_tag,
+                           via), proxy)
+    chunk = b'MSRP t1 SEND\r\nTo-Path: msrp://x/s;tcp\r\n\r\nhello through the relay\r\n-------t1$\r\n'
+    stream = socket.create_connection((address, port), timeout=5)
+    stream.sendall(chunk)
+    echoed = read_exact(stream, len(chunk))
+    stream.close()
+    if echoed != chunk:
+        raise IOError('the message session echoed something else')
+    sip.sendto(sip_message('BYE sip:bob@%s SIP/2.0' % args.proxy, call_id, '2 BYE', 'a1', to_tag,
+                           via), proxy)
+    bye_answer, _ = sip.recvfrom(65536)
+    if not bye_answer.startswith(b'SIP/2.0 200'):
+        raise IOError('the BYE was answered with %r' % bye_answer[:40])
+    print('msrp caller: the answer named %s:%d, the session went through it' % (address, port))
+
+
+def msrp_callee(args):
+    """Answers one message-session INVITE, echoes what arrives over MSRP, answers the BYE."""
+    sip = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sip.bind((args.me, 5060))
+    sip.settimeout(10)
+    listener = socket.socket()
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind((args.me, 7395))
+    listener.listen(1)
+    listener.settimeout(10)
+    invite, source = sip.recvfrom(65536)
+    address, port = sdp_media(invite)
+    if address != args.proxy:
+        raise IOError('the offer names %s, not the proxy' % address)
+    lines = invite.decode().split('\r\n')
+    via = [l for l in lines if l.startswith('Via:')][0]
+    from_ = [l for l in lines if l.startswith('From:')][0]
+    to = [l for l in lines if l.startswith('To:')][0] + ';tag=b1'
+    call_id = [l for l in lines if l.startswith('Call-ID:')][0]
+    body = message_sdp(args.me, 7395)
+    sip.sendto(('SIP/2.0 200 OK\r\n%s\r\n%s\r\n%s\r\n%s\r\nCSeq: 1 INVITE\r\n'
+                'Content-Type: application/sdp\r\nContent-Length: %d\r\n\r\n%s'
+                % (via, from_, to, call_id, len(body), body)).encode(), source)
+    stream, _ = listener.accept()
+    stream.settimeout(5)
+    data = stream.recv(65536)
+    stream.sendall(data)
+    time.sleep(0.5)
+    stream.close()
+    while True:
+        message, source = sip.recvfrom(65536)
+        if message.startswith(b'BYE'):
+            break
+    lines = message.decode().split('\r\n')
+    keep = [l for l in lines if l.split(':')[0] in ('Via', 'From', 'To', 'Call-ID', 'CSeq')]
+    sip.sendto(('SIP/2.0 200 OK\r\n' + '\r\n'.join(keep) +
+                '\r\nContent-Length: 0\r\n\r\n').encode(), source)
+    print('msrp callee: offer named the proxy at %s:%d, %d bytes echoed' % (address, port,
+                                                                           len(data)))
+
+
 def protos_cases(archive, count):
     cases = []
     with tarfile.open(archive) as tar:
@@ -349,12 +455,17 @@ def main():
         p.add_argument('--proxy', required=True)
         p.add_argument('--data', required=True, help='tests/data/ras')
         p.add_argument('--setup', help='a SETUP (Q.931 without TPKT) to call with')
+    for role in ('msrp-caller', 'msrp-callee'):
+        p = sub.add_parser(role)
+        p.add_argument('--me', required=True)
+        p.add_argument('--proxy', required=True)
     p = sub.add_parser('sink')
     p.add_argument('--me', required=True)
     p.add_argument('--seconds', type=int, default=60)
     args = parser.parse_args()
     {'h323-caller': h323_caller, 'h323-callee': h323_callee, 'flood': flood,
      'ras-endpoint': ras_endpoint, 'ras-gatekeeper': ras_gatekeeper,
+     'msrp-caller': msrp_caller, 'msrp-callee': msrp_callee,
      'sink': sink}[args.role](args)
 
 
