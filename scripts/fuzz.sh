@@ -15,7 +15,7 @@ out=${VOIPFILTER_BUILD_ROOT:-$root/build}/fuzz
 CC=clang-14 CXX=clang++-14 cmake -S . -B "$out" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DVOIPFILTER_FUZZ=ON -DVOIPFILTER_SANITIZE=address,undefined \
   -DVOIPFILTER_BUILD_TESTS=OFF -DVOIPFILTER_BUILD_EXAMPLES=OFF -DVOIPFILTER_BUILD_TOOLS=OFF \
-  >/dev/null
+  -DVOIPFILTER_BUILD_PROXY=OFF -DVOIPFILTER_WERROR="${VOIPFILTER_WERROR:-OFF}" >/dev/null
 cmake --build "$out" -j"$(nproc)"
 
 if [ $# -gt 0 ]; then

@@ -5,10 +5,11 @@ set -euo pipefail
 
 profile=${1:-test}
 
-build_packages=(cmake ninja-build g++ pkg-config python3 libpcap-dev)
+build_packages=(cmake ninja-build g++ pkg-config python3 libpcap-dev libuv1-dev)
 test_packages=(libgtest-dev googletest clang-format
                g++-powerpc-linux-gnu qemu-user
-               tshark clang-14 libclang-rt-14-dev)
+               tshark clang-14 libclang-rt-14-dev
+               sip-tester iproute2 bc)
 
 packages=("${build_packages[@]}")
 if [ "$profile" = test ]; then

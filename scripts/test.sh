@@ -9,6 +9,9 @@ root=$(pwd)
 scripts/install-deps.sh test
 
 jobs=${JOBS:-$(nproc)}
+# Warnings are errors in every configuration built here (the fuzz build reads the variable);
+# consumers building the project themselves get warnings only.
+export VOIPFILTER_WERROR=ON
 out=${VOIPFILTER_BUILD_ROOT:-$root/build}
 mkdir -p "$out"
 summary=()
@@ -48,12 +51,12 @@ else
 fi
 
 echo "== Native Release"
-cmake -S . -B "$out/native" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
+cmake -S . -B "$out/native" -G Ninja -DCMAKE_BUILD_TYPE=Release -DVOIPFILTER_WERROR=ON >/dev/null
 cmake --build "$out/native" -j"$jobs"
 run_ctest native "$out/native" || status=1
 
 echo "== ASan + UBSan Debug (installing the hardened flavour; the tests check both)"
-cmake -S . -B "$out/asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug \
+cmake -S . -B "$out/asan" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DVOIPFILTER_WERROR=ON \
   -DVOIPFILTER_SANITIZE=address,undefined -DVOIPFILTER_HARDENED=ON >/dev/null
 cmake --build "$out/asan" -j"$jobs"
 ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
@@ -62,7 +65,7 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
 echo "== PowerPC (32-bit big-endian) under qemu, UBSan in trap mode"
 cmake -S . -B "$out/ppc" -G Ninja -DCMAKE_BUILD_TYPE=Release \
   -DCMAKE_TOOLCHAIN_FILE="$root/cmake/toolchains/powerpc-linux-gnu.cmake" \
-  -DVOIPFILTER_SANITIZE=undefined -DVOIPFILTER_SANITIZE_TRAP=ON >/dev/null
+  -DVOIPFILTER_SANITIZE=undefined -DVOIPFILTER_SANITIZE_TRAP=ON -DVOIPFILTER_WERROR=ON >/dev/null
 cmake --build "$out/ppc" -j"$jobs"
 run_ctest ppc "$out/ppc" || status=1
 

@@ -28,6 +28,7 @@ TEST(Tool, WithoutArgumentsReplaysTheBundledSamples) {
 TEST(Tool, ExitCodes) {
     const std::pair<std::string, int> cases[] = {
         {"--help", 0},
+        {"--version", 0},
         {"--bogus", 1},
         {"--nat 10.0.0.1/24=203.0.113.1", 1},
         {"--ports 9-8", 1},

@@ -47,6 +47,7 @@ void usage(std::ostream& out) {
            "  --show-log                   show the library's log lines under each message\n"
            "  -w, --write FILE             write the rewritten capture (pcap; one CAPTURE only)\n"
            "  --json                       write the report as JSON\n"
+           "  --version                    the version\n"
            "  -h, --help                   this text\n"
            "\n"
            "translated: SIP, H.225 call signalling, H.245 and RAS (anything else is reported, and\n"
@@ -109,6 +110,9 @@ int main(int argc, char** argv) {
         std::string error;
         if (arg == "-h" || arg == "--help") {
             usage(std::cout);
+            return kExitOk;
+        } else if (arg == "--version") {
+            std::cout << "voipfilter-replay " << VOIPFILTER_VERSION << "\n";
             return kExitOk;
         } else if (arg == "--json") {
             json = true;

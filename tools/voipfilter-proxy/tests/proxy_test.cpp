@@ -1,0 +1,240 @@
+// Unit tests of the proxy's own logic; the proxy on real networks is tested by
+// scripts/proxy-netns.sh.
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "config.h"
+#include "port_pool.h"
+#include "relay_book.h"
+#include "sip_summary.h"
+#include "tpkt.h"
+
+namespace proxy {
+namespace {
+
+TEST(Config, FileThenCommandLine) {
+    const char* argv[] = {"voipfilter-proxy",          "--log-level",        "3",
+                          "--media_ports=30000-30099", "--sip-peer-outside", "198.51.100.7"};
+    CommandLine line = parseCommandLine(6, argv);
+    ASSERT_EQ(line.error, "");
+    EXPECT_EQ(line.config.logLevel, 3);
+    EXPECT_EQ(line.config.portLow, 30000);
+    EXPECT_EQ(line.config.portHigh, 30099);
+    EXPECT_EQ(endpointText(line.config.sipPeer[Outside]), "198.51.100.7:5060");
+
+    Config config;
+    EXPECT_EQ(applyConfigText(config, "# comment\n inside_address = 10.0.0.1 # trailing\n\n"
+                                      "outside-address=203.0.113.1\n"
+                                      "deny_codec = G729, gsm\ndeny_codec = PCMA\n"
+                                      "h323_peer_inside = 10.0.0.9:1721\n"),
+              "");
+    EXPECT_EQ(validateConfig(config), "");
+    EXPECT_EQ(config.deniedCodecs, (std::vector<std::string>{"G729", "gsm", "PCMA"}));
+    EXPECT_EQ(endpointText(config.h323Peer[Inside]), "10.0.0.9:1721");
+}
+
+TEST(Config, Errors) {
+    const struct {
+        const char* text;
+        const char* error;
+    } rows[] = {
+        {"log_level = 6", "line 1: log_level expects a level from 0 to 5 (got '6')"},
+        {"\nbogus = 1", "line 2: unknown setting 'bogus'"},
+        {"inside_address", "line 1: expected key = value"},
+        {"inside_address = 10.0.0", "line 1: inside_address expects an IPv4 address (got "
+                                    "'10.0.0')"},
+        {"sip_peer_outside = 1.2.3.4:0",
+         "line 1: sip_peer_outside expects an IPv4 address with an optional :PORT (got "
+         "'1.2.3.4:0')"},
+        {"media_ports = 20000-20002",
+         "line 1: media_ports expects LOW-HIGH, from 1024 up, at least four ports (got "
+         "'20000-20002')"},
+        {"media_timeout = 0",
+         "line 1: media_timeout expects a number of seconds (1 or more) (got '0')"},
+        {"sip_port = 70000", "line 1: sip_port expects a port from 1 to 65535 (got '70000')"},
+    };
+    for (const auto& row : rows) {
+        Config config;
+        EXPECT_EQ(applyConfigText(config, row.text), row.error) << row.text;
+    }
+    Config config;
+    EXPECT_EQ(validateConfig(config), "no inside address (set inside_address or inside_interface)");
+    const char* argv[] = {"voipfilter-proxy", "--log-level"};
+    EXPECT_EQ(parseCommandLine(2, argv).error, "--log-level needs a value");
+}
+
+TEST(PortPool, PairsAreEvenAndPortsComeBackLast) {
+    PortPool pool(20001, 20008); // even pairs: 20002, 20004, 20006
+    std::optional<uint16_t> a = pool.allocatePair();
+    std::optional<uint16_t> b = pool.allocatePair();
+    ASSERT_TRUE(a && b);
+    EXPECT_EQ(*a, 20002);
+    EXPECT_EQ(*b, 20004);
+    pool.releasePair(*a);
+    // The freed pair is not the next one handed out.
+    EXPECT_EQ(pool.allocatePair(), 20006);
+    EXPECT_EQ(pool.allocatePair(), 20002);
+    EXPECT_EQ(pool.allocatePair(), std::nullopt);
+    EXPECT_EQ(pool.allocateOne(), 20008);
+    EXPECT_EQ(pool.allocateOne(), 20001);
+    EXPECT_EQ(pool.allocateOne(), std::nullopt);
+    EXPECT_EQ(pool.inUse(), pool.size());
+    pool.release(20001);
+    pool.release(20001); // twice changes nothing
+    pool.release(40000); // outside the range
+    EXPECT_EQ(pool.inUse(), pool.size() - 1);
+}
+
+// Records what the relay book asks of the sockets; can be told to fail.
+struct FakeIo : RelayIo {
+    bool start(Relay& relay) override {
+        started.insert(relay.id);
+        return !fail;
+    }
+    void stop(Relay& relay) override { started.erase(relay.id); }
+    std::set<int32_t> started;
+    bool fail = false;
+};
+
+Endpoint at(const char* text) {
+    return *parseEndpoint(text, 0);
+}
+
+TEST(RelayBook, OneRelayPerSessionLivesWhileADirectionIsOpen) {
+    PortPool pool(20000, 20015);
+    FakeIo io;
+    RelayBook book(pool, io);
+    int session1 = 0;
+    int session2 = 0;
+    int32_t forward = 0;
+    int32_t reverse = 0;
+    Relay* relay = book.open(7, &session1, RelayKind::Media, Outside, Forward,
+                             at("198.51.100.7:4000"), at("198.51.100.7:4001"), 10, forward);
+    ASSERT_NE(relay, nullptr);
+    EXPECT_NE(forward, 0);
+    // Both legs hold a port pair; the destination (inside) is told the inside leg.
+    EXPECT_EQ(pool.inUse(), 4u);
+    EXPECT_EQ(relay->legFor(Forward), Inside);
+    EXPECT_EQ(relay->legFor(Reverse), Outside);
+    EXPECT_EQ(book.open(7, &session1, RelayKind::Media, Outside, Reverse, at("10.0.0.5:5000"),
+                        at("10.0.0.5:5001"), 11, reverse),
+              relay);
+    EXPECT_NE(reverse, forward);
+    int32_t other = 0;
+    ASSERT_NE(book.open(7, &session2, RelayKind::Media, Outside, Forward, at("198.51.100.7:4002"),
+                        at("198.51.100.7:4003"), 12, other),
+              nullptr);
+    EXPECT_EQ(book.size(), 2u);
+
+    EXPECT_TRUE(book.close(forward));
+    EXPECT_FALSE(book.close(forward)); // already closed
+    EXPECT_EQ(book.size(), 2u);        // the reverse direction keeps it
+    EXPECT_TRUE(book.close(reverse));
+    EXPECT_EQ(book.size(), 1u);
+    EXPECT_FALSE(book.close(reverse)); // its relay is gone
+    EXPECT_FALSE(book.close(0));
+
+    book.releaseCall(7);
+    EXPECT_EQ(book.size(), 0u);
+    EXPECT_EQ(pool.inUse(), 0u);
+    EXPECT_TRUE(io.started.empty());
+}
+
+TEST(RelayBook, FailuresGiveThePortsBackAndIdleRelaysExpire) {
+    PortPool pool(20000, 20005); // room for one media relay (two pairs) and a pair
+    FakeIo io;
+    RelayBook book(pool, io);
+    int session = 0;
+    int32_t handle = 0;
+    io.fail = true;
+    EXPECT_EQ(book.open(1, &session, RelayKind::Media, Inside, Forward, at("10.0.0.5:5000"),
+                        at("10.0.0.5:5001"), 0, handle),
+              nullptr);
+    EXPECT_EQ(pool.inUse(), 0u);
+    io.fail = false;
+    ASSERT_NE(book.open(1, &session, RelayKind::Media, Inside, Forward, at("10.0.0.5:5000"),
+                        at("10.0.0.5:5001"), 100, handle),
+              nullptr);
+    int other = 0;
+    EXPECT_EQ(book.open(2, &other, RelayKind::Media, Inside, Forward, at("10.0.0.6:5000"),
+                        at("10.0.0.6:5001"), 100, handle),
+              nullptr); // no second pair left: the one it took goes back
+    EXPECT_EQ(pool.inUse(), 4u);
+
+    auto signalling = [](uint64_t call) -> uint64_t { return call == 1 ? 150 : 0; };
+    EXPECT_EQ(book.expire(200, 60, signalling), 0u); // the call's signalling keeps it
+    EXPECT_EQ(book.expire(210, 60, signalling), 1u);
+    EXPECT_EQ(book.size(), 0u);
+    EXPECT_EQ(pool.inUse(), 0u);
+    EXPECT_FALSE(book.close(handle)); // the library may still close it later
+}
+
+TEST(SipSummary, RoutingFields) {
+    const struct {
+        const char* text;
+        bool valid;
+        bool response;
+        int status;
+        const char* method;
+        const char* callId;
+    } rows[] = {
+        {"INVITE sip:b@x SIP/2.0\r\nCall-ID: abc@h\r\nCSeq: 1 INVITE\r\n\r\nv=0\r\n", true, false,
+         0, "INVITE", "abc@h"},
+        {"SIP/2.0 200 OK\r\ni:  k1 \r\ncseq: 2 bye\r\n\r\n", true, true, 200, "BYE", "k1"},
+        {"bye sip:b@x SIP/2.0\ncall-id:z\n", true, false, 0, "BYE", "z"},
+        // The body's lines are not headers.
+        {"OPTIONS sip:b SIP/2.0\r\n\r\nCall-ID: body\r\n", false, false, 0, "OPTIONS", ""},
+        {"SIP/2.0 20 OK\r\nCall-ID: a\r\n", false, true, 0, "", ""},
+        {"", false, false, 0, "", ""},
+        {"\x01\x02\x03\x04", false, false, 0, "\x01\x02\x03\x04", ""},
+    };
+    for (const auto& row : rows) {
+        SipSummary summary = summarizeSip(row.text, std::strlen(row.text));
+        EXPECT_EQ(summary.valid, row.valid) << row.text;
+        EXPECT_EQ(summary.response, row.response) << row.text;
+        EXPECT_EQ(summary.status, row.status) << row.text;
+        EXPECT_EQ(summary.method, row.method) << row.text;
+        EXPECT_EQ(summary.callId, row.callId) << row.text;
+    }
+    std::string end = dialogEndMessage("c1@h");
+    SipSummary summary = summarizeSip(end.data(), end.size());
+    EXPECT_TRUE(summary.valid && summary.response);
+    EXPECT_EQ(summary.method, "BYE");
+    EXPECT_EQ(summary.callId, "c1@h");
+}
+
+TEST(Tpkt, FramesAcrossAndWithinChunks) {
+    const uint8_t first[] = {1, 2, 3};
+    const uint8_t second[] = {9};
+    std::vector<uint8_t> stream = tpktFrame(first, sizeof first);
+    std::vector<uint8_t> more = tpktFrame(second, sizeof second);
+    stream.insert(stream.end(), more.begin(), more.end());
+    TpktReader reader(16);
+    std::vector<uint8_t> payload;
+    reader.append(stream.data(), 5); // a header and one byte
+    EXPECT_EQ(reader.next(payload), TpktReader::Result::NeedMore);
+    reader.append(stream.data() + 5, stream.size() - 5);
+    ASSERT_EQ(reader.next(payload), TpktReader::Result::Frame);
+    EXPECT_EQ(payload, std::vector<uint8_t>(first, first + 3));
+    ASSERT_EQ(reader.next(payload), TpktReader::Result::Frame);
+    EXPECT_EQ(payload, std::vector<uint8_t>(second, second + 1));
+    EXPECT_EQ(reader.next(payload), TpktReader::Result::NeedMore);
+
+    const std::vector<std::vector<uint8_t>> bad = {
+        {4, 0, 0, 5, 1}, // not version 3
+        {3, 0, 0, 4},    // empty payload
+        {3, 0, 0, 21},   // 17 bytes, more than the reader carries
+    };
+    for (const auto& frame : bad) {
+        TpktReader strict(16);
+        strict.append(frame.data(), frame.size());
+        EXPECT_EQ(strict.next(payload), TpktReader::Result::Error);
+    }
+}
+
+} // namespace
+} // namespace proxy
