@@ -1,5 +1,7 @@
 #include "hostile_cases.h"
 
+#include "per_splice.h"
+
 #include <cstring>
 
 namespace {
@@ -7,36 +9,12 @@ namespace {
 using Mux = H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters;
 using Body = H225::H323_UU_PDU_h323_message_body;
 
-// --- Octets the library's own encoder refuses to write ---------------------------------------
-// The decoder reads unconstrained lengths up to 16383 but the encoder stops at 8192, so messages
-// that carry 8192 octets or more in one length are made by encoding a smaller message and
-// splicing more of the same contents into it.
-
-// An aligned PER unconstrained length (X.691 10.9.3.6 and 10.9.3.7: below 16384).
-Bytes PerLength(std::size_t n) {
-    if (n < 128)
-        return {static_cast<unsigned char>(n)};
-    return {static_cast<unsigned char>(0x80 | n >> 8), static_cast<unsigned char>(n & 0xFF)};
-}
-
-// The contents of a SEQUENCE OF OCTET STRING: the count, then each string with its length.
-Bytes SequenceOfOctets(const Bytes& element, std::size_t count) {
-    Bytes contents = {static_cast<unsigned char>(count)};
-    const Bytes length = PerLength(element.size());
-    for (std::size_t i = 0; i < count; ++i)
-        contents = Cat({contents, length, element});
-    return contents;
-}
-
-// Replaces the length-prefixed contents `from` in an encoding by the length-prefixed `to`.
-Bytes Splice(const Bytes& encoding, const Bytes& from, const Bytes& to) {
-    const Bytes needle = Cat({PerLength(from.size()), from});
-    const auto at = std::search(encoding.begin(), encoding.end(), needle.begin(), needle.end());
-    EXPECT_NE(at, encoding.end()) << "contents to splice not found";
-    if (at == encoding.end())
-        return encoding;
-    return Cat({Bytes(encoding.begin(), at), PerLength(to.size()), to,
-                Bytes(at + static_cast<std::ptrdiff_t>(needle.size()), encoding.end())});
+// Spliced so that the result is as the library's own encoder cannot write it, and the splice
+// must have happened.
+Bytes Spliced(const Bytes& encoding, const Bytes& from, const Bytes& to) {
+    const Bytes out = persplice::Splice(encoding, from, to);
+    EXPECT_NE(out, encoding) << "contents to splice not found";
+    return out;
 }
 
 Bytes ToBytes(const ASN1::OCTET_STRING& octets) {
@@ -127,7 +105,7 @@ Bytes SetupWithNonStandardData(std::size_t octets) {
     data.ref_nonStandardIdentifier().select(H225::NonStandardIdentifier::object::id_);
     data.ref_nonStandardIdentifier().ref_object() = ASN1::OBJECT_IDENTIFIER({1, 3, 6, 1, 4});
     data.ref_data().assign(200, 'N');
-    return Frame(Splice(Encode(ui), Bytes(200, 'N'), Bytes(octets, 'N')));
+    return Frame(Spliced(Encode(ui), Bytes(200, 'N'), Bytes(octets, 'N')));
 }
 
 Bytes SetupWithProposals(std::size_t count) {
@@ -137,8 +115,8 @@ Bytes SetupWithProposals(std::size_t count) {
     fastStart.clear();
     for (int i = 0; i < 3; ++i)
         Append(fastStart).assign(proposal.begin(), proposal.end());
-    return Frame(
-        Splice(Encode(ui), SequenceOfOctets(proposal, 3), SequenceOfOctets(proposal, count)));
+    return Frame(Spliced(Encode(ui), persplice::SequenceOfOctets(proposal, 3),
+                         persplice::SequenceOfOctets(proposal, count)));
 }
 
 Bytes SetupWithTunnelledSets(std::size_t count) {
@@ -148,7 +126,8 @@ Bytes SetupWithTunnelledSets(std::size_t count) {
     for (int i = 0; i < 2; ++i)
         Append(control).assign(tcs.begin(), tcs.end());
     ui.ref_h323_uu_pdu().set_h245Tunneling(ASN1::BOOLEAN(true));
-    return Frame(Splice(Encode(ui), SequenceOfOctets(tcs, 2), SequenceOfOctets(tcs, count)));
+    return Frame(Spliced(Encode(ui), persplice::SequenceOfOctets(tcs, 2),
+                         persplice::SequenceOfOctets(tcs, count)));
 }
 
 Bytes SetupWithTunnelledOLC(const H245::OpenLogicalChannel& olc) {
