@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 namespace {
@@ -24,10 +25,11 @@ void CutAt(std::string& text, char c) {
 
 } // namespace
 
-SIPTranslator::DialogInfo::DialogInfo(std::string id, const std::string& tag, SdpScratch& scratch)
+SIPTranslator::DialogInfo::DialogInfo(std::string id, const std::string& tag,
+                                      MessageScratch& scratch)
     : dialogId(std::move(id)), callInformation(), fromTag(tag), sdpLines(scratch.lines),
       sessionConnectionLine(scratch.sessionConnectionLine), sdpBody(scratch.body),
-      tokens_(scratch.tokens) {}
+      rtpMap(scratch.rtpMap), scratch_(scratch) {}
 
 SIPTranslator::~SIPTranslator() {
     while (!dialogs_.empty())
@@ -42,10 +44,65 @@ SIPTranslator& SIPTranslator::Instance() {
 }
 
 SIPTranslator::DialogInfo* SIPTranslator::CreateDialog(void* context, const std::string& fromTag) {
-    DialogInfo* dialog =
-        new DialogInfo("z9hG4bK" + std::to_string(dialogCounter_++), fromTag, sdp_);
+    auto owned = std::make_unique<DialogInfo>("z9hG4bK" + std::to_string(dialogCounter_++),
+                                              fromTag, scratch_);
+    DialogInfo* const dialog = owned.get();
+    dialog->entry_ = live_.emplace(static_cast<uint32_t>(dialog->lastMediaPort), std::move(owned));
     VF_LOG(context, logsource::kSIP, 4) << "created dialog @" << static_cast<void*>(dialog);
     return dialog;
+}
+
+void SIPTranslator::AddKey(const std::string& key, DialogInfo& dialog) {
+    dialog.keys_.reserve(dialog.keys_.size() + 1); // nothing can fail once the key is in
+    const auto added = dialogs_.emplace(key, &dialog);
+    if (added.second)
+        dialog.keys_.push_back(added.first);
+}
+
+void SIPTranslator::Reindex(DialogInfo& dialog) {
+    const uint32_t port = static_cast<uint32_t>(dialog.lastMediaPort);
+    if (dialog.entry_->first == port)
+        return;
+    // The node moves to its new place; the dialog itself stays where it is.
+    DialogStore& store = dialog.finished ? finished_ : live_;
+    DialogStore::node_type node = store.extract(dialog.entry_);
+    node.key() = port;
+    dialog.entry_ = store.insert(std::move(node));
+}
+
+void SIPTranslator::Finish(DialogInfo& dialog) {
+    if (dialog.finished)
+        return;
+    dialog.finished = true;
+    dialog.entry_ = finished_.insert(live_.extract(dialog.entry_));
+}
+
+std::unique_ptr<SIPTranslator::DialogInfo> SIPTranslator::Unlink(DialogInfo& dialog) {
+    for (const DialogTable::iterator key : dialog.keys_)
+        dialogs_.erase(key);
+    dialog.keys_.clear();
+    DialogStore& store = dialog.finished ? finished_ : live_;
+    return std::move(store.extract(dialog.entry_).mapped());
+}
+
+void SIPTranslator::SortByFirstKey(std::vector<DialogInfo*>& dialogs) {
+    if (dialogs.size() < 2)
+        return;
+    std::vector<std::pair<std::string_view, DialogInfo*>> byKey;
+    byKey.reserve(dialogs.size());
+    for (DialogInfo* dialog : dialogs) {
+        std::string_view first;
+        for (std::size_t i = 0; i < dialog->keys_.size(); ++i) {
+            const std::string_view key = dialog->keys_[i]->first;
+            if (i == 0 || key < first)
+                first = key;
+        }
+        byKey.emplace_back(first, dialog);
+    }
+    std::sort(byKey.begin(), byKey.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (std::size_t i = 0; i < dialogs.size(); ++i)
+        dialogs[i] = byKey[i].second;
 }
 
 int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, const unsigned char* in,
@@ -67,11 +124,11 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
         VF_LOG(context, logsource::kSIP, 1) << "SIP  Insufficient buffer space for SIP header";
         return -1;
     }
-    // The start line opens every rewritten message; GetLine stops at NUL, so strlen(out) is its
-    // length from here on.
+    // The start line opens every rewritten message.
     char* const text = reinterpret_cast<char*>(out);
     std::memcpy(text, startLine, startLength);
     text[startLength] = '\0';
+    scratch_.startLength = startLength;
 
     // Header block (RFC 3261 section 7.3): up to the empty line or the end of the datagram. A
     // line without a colon is dropped; folded lines get no special treatment.
@@ -109,7 +166,7 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
 
     std::vector<std::string>& tokens = tokens_;
     tokens.clear();
-    if (Tokenise<IsWhiteSpace>(tokens, text) < 2) {
+    if (Tokenise<IsWhiteSpace>(tokens, std::string(startLine, startLength)) < 2) {
         VF_LOG(context, logsource::kSIP, 2)
             << "SIP  Ignoring message with < 2 tokens in header line";
         return 0;
@@ -148,8 +205,8 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
         } else if (toTag.empty()) {
             VF_LOG(context, logsource::kSIP, 2) << "SIP  Processing new INVITE";
             dialog = CreateDialog(context, fromTag);
-            dialogs_.emplace(key, dialog);
-            dialogs_.emplace(callIdValue, dialog);
+            AddKey(key, *dialog);
+            AddKey(callIdValue, *dialog);
             if (auto notify =
                     VoIPTranslator::Current().Callback<voipxlate_call_information_function>(
                         VOIPXLATE_CALL_INFORMATION))
@@ -162,17 +219,18 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
             if (byCallId != dialogs_.end()) {
                 VF_LOG(context, logsource::kSIP, 2) << "Found existing dialog";
                 dialog = byCallId->second;
-                dialogs_.emplace(key, dialog);
+                AddKey(key, *dialog);
             } else {
                 dialog = CreateDialog(context, fromTag);
-                dialogs_.emplace(key, dialog);
-                dialogs_.emplace(callIdValue, dialog);
+                AddKey(key, *dialog);
+                AddKey(callIdValue, *dialog);
             }
             fromSrc = dialog->fromTag == fromTag;
         }
         dialog->hostContext = context;
         result = dialog->TranslateINVITE(connection, fromSrc, headers, body, bodyLength, text,
                                          outLength, option);
+        Reindex(*dialog);
     } else {
         if (byKey != dialogs_.end()) {
             dialog = byKey->second;
@@ -205,7 +263,8 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
     }
 
     if (result == 1) {
-        *outLength = static_cast<unsigned>(std::strlen(text));
+        // *outLength is what RewritePDU wrote: the body may hold NUL bytes. The log line shows
+        // the message as text, up to the first of them.
         VF_LOG(context, logsource::kSIP, 4) << "SIP  Translated PDU:\n" << text;
         return 1;
     }
@@ -235,7 +294,7 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
                                                     body, bodyLength, out, outLength);
         if (EqualsNoCase(cseq[1], "bye")) {
             // The dialog ends with the answer to its BYE (section 15.1.2).
-            dialog.finished = true;
+            Finish(dialog);
             Destroy(&dialog);
         }
         return result;
@@ -252,6 +311,7 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
     }
     const int result = dialog.TranslateINVITEResponse(connection, !fromSrc, status, headers, body,
                                                       bodyLength, out, outLength, option);
+    Reindex(dialog);
     if (dialog.callInformation.state == VOIPXLATE_SIP_FAILED)
         Destroy(&dialog);
     return result;
@@ -260,14 +320,8 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
 int SIPTranslator::Destroy(DialogInfo* dialog) {
     if (dialog == nullptr)
         return -1;
-    for (auto it = dialogs_.begin(); it != dialogs_.end();) {
-        if (it->second == dialog)
-            it = dialogs_.erase(it);
-        else
-            ++it;
-    }
-    dialog->CloseMedia();
-    delete dialog;
+    const std::unique_ptr<DialogInfo> owned = Unlink(*dialog);
+    owned->CloseMedia();
     return 0;
 }
 
@@ -275,39 +329,43 @@ int SIPTranslator::Destroy(SIPConnection& connection) {
     // The connection knows its dialog only by the port of the last media line it carried.
     if (connection.lastMediaPort == kNoMediaPort)
         return 0;
+    const auto live = live_.equal_range(connection.lastMediaPort);
+    const auto finished = finished_.equal_range(connection.lastMediaPort);
+    if (finished.first == finished.second && live.first != live.second &&
+        std::next(live.first) == live.second) {
+        Destroy(live.first->second.get()); // the usual case: one dialog
+        return 0;
+    }
     std::vector<DialogInfo*> matched;
-    for (auto it = dialogs_.begin(); it != dialogs_.end();) {
-        DialogInfo* dialog = it->second;
-        if (static_cast<uint32_t>(dialog->lastMediaPort) == connection.lastMediaPort) {
-            if (std::find(matched.begin(), matched.end(), dialog) == matched.end())
-                matched.push_back(dialog);
-            it = dialogs_.erase(it);
-        } else {
-            ++it;
-        }
+    for (const auto& range : {live, finished}) {
+        for (auto it = range.first; it != range.second; ++it)
+            matched.push_back(it->second.get());
     }
     // Dialogs whose media used the same port are not told apart: all of them go, rather than
-    // staying unreachable with their channels open.
-    for (DialogInfo* dialog : matched) {
+    // staying unreachable with their channels open. All leave the table first; then their media
+    // is closed in the order of their keys.
+    SortByFirstKey(matched);
+    std::vector<std::unique_ptr<DialogInfo>> unlinked;
+    unlinked.reserve(matched.size());
+    for (DialogInfo* dialog : matched)
+        unlinked.push_back(Unlink(*dialog));
+    for (std::unique_ptr<DialogInfo>& dialog : unlinked) {
         dialog->CloseMedia();
-        delete dialog;
+        dialog.reset();
     }
     return 0;
 }
 
 int SIPTranslator::AgeDialogs() {
     // There are no timers: a dialog is old once its BYE was answered.
-    int deleted = 0;
-    for (auto it = dialogs_.begin(); it != dialogs_.end();) {
-        if (it->second->finished) {
-            Destroy(it->second);
-            ++deleted;
-            it = dialogs_.begin();
-        } else {
-            ++it;
-        }
-    }
-    return deleted;
+    std::vector<DialogInfo*> finished;
+    finished.reserve(finished_.size());
+    for (const auto& entry : finished_)
+        finished.push_back(entry.second.get());
+    SortByFirstKey(finished);
+    for (DialogInfo* dialog : finished)
+        Destroy(dialog);
+    return static_cast<int>(finished.size());
 }
 
 extern "C" {
