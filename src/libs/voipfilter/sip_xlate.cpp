@@ -44,12 +44,11 @@ SIPTranslator& SIPTranslator::Instance() {
 }
 
 SIPTranslator::DialogInfo* SIPTranslator::CreateDialog(void* context, const std::string& fromTag) {
-    auto owned = std::make_unique<DialogInfo>("z9hG4bK" + std::to_string(dialogCounter_++),
-                                              fromTag, scratch_);
-    DialogInfo* const dialog = owned.get();
-    dialog->entry_ = live_.emplace(static_cast<uint32_t>(dialog->lastMediaPort), std::move(owned));
-    VF_LOG(context, logsource::kSIP, 4) << "created dialog @" << static_cast<void*>(dialog);
-    return dialog;
+    DialogInfo& dialog =
+        live_.emplace_back("z9hG4bK" + std::to_string(dialogCounter_++), fromTag, scratch_);
+    dialog.entry_ = std::prev(live_.end());
+    VF_LOG(context, logsource::kSIP, 4) << "created dialog @" << static_cast<void*>(&dialog);
+    return &dialog;
 }
 
 void SIPTranslator::AddKey(const std::string& key, DialogInfo& dialog) {
@@ -59,30 +58,67 @@ void SIPTranslator::AddKey(const std::string& key, DialogInfo& dialog) {
         dialog.keys_.push_back(added.first);
 }
 
-void SIPTranslator::Reindex(DialogInfo& dialog) {
-    const uint32_t port = static_cast<uint32_t>(dialog.lastMediaPort);
-    if (dialog.entry_->first == port)
+SIPTranslator::DialogInfo* SIPTranslator::MediaPortIndex::First(uint32_t port) const {
+    if (port == 0 || port > 65535 || pages_[port >> 8] == nullptr)
+        return nullptr;
+    return (*pages_[port >> 8])[port & 255];
+}
+
+void SIPTranslator::MediaPortIndex::Insert(DialogInfo& dialog, uint16_t port) {
+    std::unique_ptr<Page>& page = pages_[port >> 8];
+    if (page == nullptr)
+        page = std::make_unique<Page>(Page{});
+    DialogInfo*& first = (*page)[port & 255];
+    dialog.indexedPort_ = port;
+    dialog.previousOnPort_ = nullptr;
+    dialog.nextOnPort_ = first;
+    if (first != nullptr)
+        first->previousOnPort_ = &dialog;
+    first = &dialog;
+}
+
+void SIPTranslator::MediaPortIndex::Remove(DialogInfo& dialog) {
+    if (dialog.indexedPort_ == 0)
         return;
-    // The node moves to its new place; the dialog itself stays where it is.
-    DialogStore& store = dialog.finished ? finished_ : live_;
-    DialogStore::node_type node = store.extract(dialog.entry_);
-    node.key() = port;
-    dialog.entry_ = store.insert(std::move(node));
+    if (dialog.previousOnPort_ != nullptr)
+        dialog.previousOnPort_->nextOnPort_ = dialog.nextOnPort_;
+    else
+        (*pages_[dialog.indexedPort_ >> 8])[dialog.indexedPort_ & 255] = dialog.nextOnPort_;
+    if (dialog.nextOnPort_ != nullptr)
+        dialog.nextOnPort_->previousOnPort_ = dialog.previousOnPort_;
+    dialog.indexedPort_ = 0;
+    dialog.previousOnPort_ = dialog.nextOnPort_ = nullptr;
+}
+
+void SIPTranslator::Reindex(DialogInfo& dialog) {
+    // Only a port that a connection can carry is filed: the last media port of a connection is
+    // always one (or kNoMediaPort, which matches nothing).
+    const int32_t last = dialog.lastMediaPort;
+    const uint16_t port = last >= 1 && last <= 65535 ? static_cast<uint16_t>(last) : 0;
+    if (port == dialog.indexedPort_)
+        return;
+    byMediaPort_.Remove(dialog);
+    if (port != 0)
+        byMediaPort_.Insert(dialog, port);
 }
 
 void SIPTranslator::Finish(DialogInfo& dialog) {
     if (dialog.finished)
         return;
     dialog.finished = true;
-    dialog.entry_ = finished_.insert(live_.extract(dialog.entry_));
+    finished_.splice(finished_.end(), live_, dialog.entry_);
 }
 
-std::unique_ptr<SIPTranslator::DialogInfo> SIPTranslator::Unlink(DialogInfo& dialog) {
+void SIPTranslator::Unlink(DialogInfo& dialog) {
     for (const DialogTable::iterator key : dialog.keys_)
         dialogs_.erase(key);
     dialog.keys_.clear();
-    DialogStore& store = dialog.finished ? finished_ : live_;
-    return std::move(store.extract(dialog.entry_).mapped());
+    byMediaPort_.Remove(dialog);
+}
+
+void SIPTranslator::Delete(DialogInfo& dialog) {
+    dialog.CloseMedia();
+    (dialog.finished ? finished_ : live_).erase(dialog.entry_);
 }
 
 void SIPTranslator::SortByFirstKey(std::vector<DialogInfo*>& dialogs) {
@@ -320,39 +356,26 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
 int SIPTranslator::Destroy(DialogInfo* dialog) {
     if (dialog == nullptr)
         return -1;
-    const std::unique_ptr<DialogInfo> owned = Unlink(*dialog);
-    owned->CloseMedia();
+    Unlink(*dialog);
+    Delete(*dialog);
     return 0;
 }
 
 int SIPTranslator::Destroy(SIPConnection& connection) {
-    // The connection knows its dialog only by the port of the last media line it carried.
-    if (connection.lastMediaPort == kNoMediaPort)
-        return 0;
-    const auto live = live_.equal_range(connection.lastMediaPort);
-    const auto finished = finished_.equal_range(connection.lastMediaPort);
-    if (finished.first == finished.second && live.first != live.second &&
-        std::next(live.first) == live.second) {
-        Destroy(live.first->second.get()); // the usual case: one dialog
-        return 0;
-    }
+    // The connection knows its dialog only by the port of the last media line it carried; a
+    // connection that carried none holds kNoMediaPort, which no dialog is filed under.
     std::vector<DialogInfo*> matched;
-    for (const auto& range : {live, finished}) {
-        for (auto it = range.first; it != range.second; ++it)
-            matched.push_back(it->second.get());
-    }
+    for (DialogInfo* dialog = byMediaPort_.First(connection.lastMediaPort); dialog != nullptr;
+         dialog = dialog->nextOnPort_)
+        matched.push_back(dialog);
     // Dialogs whose media used the same port are not told apart: all of them go, rather than
     // staying unreachable with their channels open. All leave the table first; then their media
     // is closed in the order of their keys.
     SortByFirstKey(matched);
-    std::vector<std::unique_ptr<DialogInfo>> unlinked;
-    unlinked.reserve(matched.size());
     for (DialogInfo* dialog : matched)
-        unlinked.push_back(Unlink(*dialog));
-    for (std::unique_ptr<DialogInfo>& dialog : unlinked) {
-        dialog->CloseMedia();
-        dialog.reset();
-    }
+        Unlink(*dialog);
+    for (DialogInfo* dialog : matched)
+        Delete(*dialog);
     return 0;
 }
 
@@ -360,8 +383,8 @@ int SIPTranslator::AgeDialogs() {
     // There are no timers: a dialog is old once its BYE was answered.
     std::vector<DialogInfo*> finished;
     finished.reserve(finished_.size());
-    for (const auto& entry : finished_)
-        finished.push_back(entry.second.get());
+    for (DialogInfo& dialog : finished_)
+        finished.push_back(&dialog);
     SortByFirstKey(finished);
     for (DialogInfo* dialog : finished)
         Destroy(dialog);

@@ -8,7 +8,9 @@
 #include <voipfilter/voipfilter.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <string>
@@ -116,12 +118,10 @@ public:
 
     class DialogInfo;
     // The text keys of the dialogs: Call-ID + branch of each INVITE transaction and Call-ID. A key
-    // leads to one dialog; several keys may lead to the same one. The dialogs are owned by a
-    // DialogStore.
+    // leads to one dialog; several keys may lead to the same one. The dialogs themselves are owned
+    // by the translator's two DialogLists.
     using DialogTable = std::map<std::string, DialogInfo*>;
-    // Owns dialogs, ordered by the port of their last SDP media line as an unsigned number (-1
-    // before the first), which is what a connection's destroy looks for.
-    using DialogStore = std::multimap<uint32_t, std::unique_ptr<DialogInfo>>;
+    using DialogList = std::list<DialogInfo>;
 
     SIPTranslator() = default;
     virtual ~SIPTranslator();
@@ -155,8 +155,10 @@ private:
     void AddKey(const std::string& key, DialogInfo& dialog);
     // Files the dialog under the port of its last media line, which a translation may change.
     void Reindex(DialogInfo& dialog);
-    // Removes the dialog from the table and hands it over.
-    std::unique_ptr<DialogInfo> Unlink(DialogInfo& dialog);
+    // Removes the dialog from the key table and the port index; it stays owned.
+    void Unlink(DialogInfo& dialog);
+    // Closes the media of an unlinked dialog and deletes it.
+    void Delete(DialogInfo& dialog);
     // Sorts dialogs into the order in which a walk over the table in key order meets them.
     static void SortByFirstKey(std::vector<DialogInfo*>& dialogs);
     int TranslateResponse(SIPConnection& connection, DialogInfo& dialog, bool fromSrc,
@@ -169,11 +171,28 @@ private:
     std::vector<std::string> tokens_;
     MessageScratch scratch_;
 
+    // The dialogs by the port of their last media line (1 to 65535), each port's dialogs in a list
+    // linked through them. A table of 256 pages of 256 ports, a page made when a port of it is
+    // first used and kept (all of them: 256 KB with 4-byte pointers): a look-up is two reads,
+    // whatever the dialogs and their ports, where a tree of 20 000 dialogs would take a dozen
+    // cache misses.
+    class MediaPortIndex {
+    public:
+        DialogInfo* First(uint32_t port) const;
+        void Insert(DialogInfo& dialog, uint16_t port);
+        void Remove(DialogInfo& dialog);
+
+    private:
+        using Page = std::array<DialogInfo*, 256>;
+        std::array<std::unique_ptr<Page>, 256> pages_;
+    };
+
     SIPLineParser parser_;
     DialogTable dialogs_;
+    MediaPortIndex byMediaPort_;
     // Dialogs in use, and those marked finished that AgeDialogs has yet to delete.
-    DialogStore live_;
-    DialogStore finished_;
+    DialogList live_;
+    DialogList finished_;
     uint32_t dialogCounter_ = 1;
 };
 
@@ -259,8 +278,12 @@ private:
     MessageScratch& scratch_;
     // Set when the response to a BYE is translated (SIPTranslator::Finish).
     bool finished = false;
-    // Where the translator keeps it, and the table entries that lead to it.
-    DialogStore::iterator entry_;
+    // The port it is filed under in the port index (0: none), and its neighbours there.
+    uint16_t indexedPort_ = 0;
+    DialogInfo* previousOnPort_ = nullptr;
+    DialogInfo* nextOnPort_ = nullptr;
+    // Its place in the translator's lists, and the table entries that lead to it.
+    DialogList::iterator entry_;
     std::vector<DialogTable::iterator> keys_;
 };
 
