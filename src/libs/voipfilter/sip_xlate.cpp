@@ -264,9 +264,10 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
             fromSrc = dialog->fromTag == fromTag;
         }
         dialog->hostContext = context;
-        result = dialog->TranslateINVITE(connection, fromSrc, headers, body, bodyLength, text,
-                                         outLength, option);
-        Reindex(*dialog);
+        result = TranslateSdp(*dialog, [&] {
+            return dialog->TranslateINVITE(connection, fromSrc, headers, body, bodyLength, text,
+                                           outLength, option);
+        });
     } else {
         if (byKey != dialogs_.end()) {
             dialog = byKey->second;
@@ -345,9 +346,10 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
         dialog.firstInviteResponse = false;
         fromSrc = false;
     }
-    const int result = dialog.TranslateINVITEResponse(connection, !fromSrc, status, headers, body,
-                                                      bodyLength, out, outLength, option);
-    Reindex(dialog);
+    const int result = TranslateSdp(dialog, [&] {
+        return dialog.TranslateINVITEResponse(connection, !fromSrc, status, headers, body,
+                                              bodyLength, out, outLength, option);
+    });
     if (dialog.callInformation.state == VOIPXLATE_SIP_FAILED)
         Destroy(&dialog);
     return result;

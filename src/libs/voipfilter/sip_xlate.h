@@ -155,6 +155,19 @@ private:
     void AddKey(const std::string& key, DialogInfo& dialog);
     // Files the dialog under the port of its last media line, which a translation may change.
     void Reindex(DialogInfo& dialog);
+    // Runs a translation that may walk SDP, then files the dialog under the media port it ends
+    // with, also when the translation throws (an allocation failure the entry point reports).
+    template <typename Translation> int TranslateSdp(DialogInfo& dialog, Translation translate) {
+        int result;
+        try {
+            result = translate();
+        } catch (...) {
+            Reindex(dialog);
+            throw;
+        }
+        Reindex(dialog);
+        return result;
+    }
     // Removes the dialog from the key table and the port index; it stays owned.
     void Unlink(DialogInfo& dialog);
     // Closes the media of an unlinked dialog and deletes it.
