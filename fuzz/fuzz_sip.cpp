@@ -6,6 +6,7 @@
 
 #include <voipfilter/voipfilter.h>
 
+#include <algorithm>
 #include <cstring>
 #include <vector>
 
@@ -18,6 +19,16 @@ void ForgetDialogs() {
     while (!translator.Dialogs().empty())
         translator.Destroy(translator.Dialogs().begin()->second);
 }
+
+// Bytes before the first LF, CR or NUL: the start line.
+std::size_t StartLineLength(const uint8_t* data, std::size_t size) {
+    std::size_t length = 0;
+    while (length < size && data[length] != '\n' && data[length] != '\r' && data[length] != 0)
+        ++length;
+    return length;
+}
+
+const char kEmptyLine[] = "\r\n\r\n";
 
 } // namespace
 
@@ -42,10 +53,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
             connection, record.flags & 1, record.data, unsigned(record.size),
             out.empty() ? nullptr : out.data(), &outLength, (record.flags & 2) ? 1 : 0);
         if (result == 1) {
-            // A rewritten message fits the buffer, is NUL-terminated and has the length reported.
+            // A rewritten message fits the buffer with its terminating NUL, starts with the
+            // datagram's start line and ends its header block with an empty line. Its body may
+            // hold NUL bytes of its own, so the text may end before the length reported.
             fuzzhost::Check(outLength < capacity);
             fuzzhost::Check(out[outLength] == '\0');
-            fuzzhost::Check(std::strlen(reinterpret_cast<const char*>(out.data())) == outLength);
+            const char* const text = reinterpret_cast<const char*>(out.data());
+            const std::size_t startLength = StartLineLength(record.data, record.size);
+            fuzzhost::Check(startLength + 4 <= outLength);
+            fuzzhost::Check(std::memcmp(text, record.data, startLength) == 0);
+            fuzzhost::Check(std::memcmp(text + startLength, "\r\n", 2) == 0);
+            fuzzhost::Check(std::search(text, text + outLength, kEmptyLine, kEmptyLine + 4) !=
+                            text + outLength);
         }
     }
     sipxlate_udp_destroy(connection);

@@ -228,7 +228,7 @@ TEST_F(Sdp, LinesThatAreNotUnderstoodAreKept) {
         ASSERT_NE(dialog, nullptr) << c.name;
         std::string::size_type at = 0;
         for (const std::string& line : c.lines) {
-            const std::string::size_type found = dialog->sdpBody.find(line + "\r\n", at);
+            const std::string::size_type found = dialog->sdpBody.text().find(line + "\r\n", at);
             EXPECT_NE(found, std::string::npos) << c.name << ": " << line;
             at = found == std::string::npos ? at : found;
         }

@@ -451,37 +451,159 @@ TEST_F(SipDialog, UdpDestroyRemovesTheDialogOfTheLastMediaPort) {
     EXPECT_EQ(Host().closes[0].handle, Host().opens[0].handle);
 }
 
-TEST_F(SipDialog, UdpDestroyRemovesEveryDialogSharingThePort) {
-    const std::string first = FreshCall("shared-port-1@test");
-    const std::string second = FreshCall("shared-port-2@test");
-    SIPConnection* connection = Connect();
-    for (const std::string& callId : {first, second}) {
-        SipMessage invite = Offer(callId);
-        invite.body = AudioSdp(callId == first ? "10.0.0.5" : "10.0.0.6", 41236, {"0 PCMU/8000"});
-        ASSERT_EQ(Translate(connection, invite.Text()), 1);
+// The dialogs of a crowd of calls, each INVITE on a connection of its own, and the ones that a
+// connection's destroy, the answer to a BYE and AgeDialogs must remove from among them.
+class SipTeardown : public SipHostTest {
+protected:
+    // Sends the INVITE of callId with its media on port, on a new connection unless one is given;
+    // returns the handle of the forward channel the host opened for it. Another branch than the
+    // first makes it a re-INVITE of the caller.
+    int32_t Call(const std::string& callId, int port, SIPConnection* connection = nullptr,
+                 const std::string& branch = "z9hG4bKa") {
+        SipMessage invite = Offer(callId, branch);
+        invite.body = AudioSdp("10.0.0.5", port, {"0 PCMU/8000"});
+        if (branch != "z9hG4bKa")
+            invite.to += ";tag=t1";
+        EXPECT_EQ(Translate(connection != nullptr ? connection : Connect(), invite.Text()), 1)
+            << callId;
+        return Host().opens.back().handle;
     }
+
+    static std::size_t Keys() { return SIPTranslator::Instance().Dialogs().size(); }
+
+    // Handles the host was asked to close, in order.
+    static std::vector<int32_t> Closed() {
+        std::vector<int32_t> handles;
+        for (const CloseRecord& close : Host().closes)
+            handles.push_back(close.handle);
+        return handles;
+    }
+};
+
+TEST_F(SipTeardown, EachWayOfEndingRemovesExactlyItsDialogs) {
+    std::vector<std::string> crowd;
+    std::vector<int32_t> handles;
+    for (int i = 0; i < 40; ++i) {
+        crowd.push_back(FreshCall("crowd-" + std::to_string(i) + "@test"));
+        handles.push_back(Call(crowd.back(), 20000 + 2 * i));
+    }
+    // Port 30000: the connection's own call, two more calls on other connections, a call whose
+    // re-INVITE moved its media there, and a finished dialog that was not aged yet. A call whose
+    // re-INVITE moved its media away from 30000 is not among them.
+    SIPConnection* connection = Connect();
+    const int32_t b = Call(FreshCall("port-b@test"), 30000, connection);
+    const int32_t c = Call(FreshCall("port-c@test"), 30000);
+    const int32_t a = Call(FreshCall("port-a@test"), 30000);
+    Call(FreshCall("moved-in@test"), 30004);
+    const int32_t movedIn = Call("moved-in@test", 30000, nullptr, "z9hG4bKre");
+    Call(FreshCall("moved-away@test"), 30000);
+    Call("moved-away@test", 30002, nullptr, "z9hG4bKre");
+    const int32_t finished = Call(FreshCall("finished@test"), 30000);
+    SIPTranslator& translator = SIPTranslator::Instance();
+    translator.Finish(*Dialog("finished@test"));
+
+    // All of them go, their media closed in the order of their keys, whatever the order they
+    // came in.
+    Host().closes.clear();
+    const std::size_t keys = Keys();
     EXPECT_EQ(sipxlate_udp_destroy(connection), 0);
-    EXPECT_EQ(Dialog(first), nullptr);
-    EXPECT_EQ(Dialog(second), nullptr);
-    EXPECT_EQ(Host().closes.size(), 2u);
+    EXPECT_EQ(Closed(), (std::vector<int32_t>{finished, movedIn, a, b, c}));
+    for (const char* gone :
+         {"finished@test", "moved-in@test", "port-a@test", "port-b@test", "port-c@test"}) {
+        EXPECT_EQ(Dialog(gone), nullptr) << gone;
+        EXPECT_EQ(Dialog(std::string(gone) + "z9hG4bKa"), nullptr) << gone;
+    }
+    EXPECT_EQ(Dialog("moved-in@testz9hG4bKre"), nullptr);
+    EXPECT_EQ(keys - Keys(), 11u) << "two keys each, three for the re-INVITEd call";
+    SIPTranslator::DialogInfo* movedAway = Dialog("moved-away@test");
+    ASSERT_NE(movedAway, nullptr);
+    EXPECT_EQ(Dialog("moved-away@testz9hG4bKa"), movedAway);
+    EXPECT_EQ(Dialog("moved-away@testz9hG4bKre"), movedAway);
+    for (const std::string& callId : crowd) {
+        ASSERT_NE(Dialog(callId), nullptr) << callId;
+        EXPECT_EQ(Dialog(callId + "z9hG4bKa"), Dialog(callId)) << callId;
+    }
+
+    // The answer to a BYE ends its own dialog only.
+    const SipMessage bye = Offer(crowd[7]).Request("BYE", "z9hG4bKbye");
+    EXPECT_EQ(Translate(connection, bye.Text()), 0);
+    Host().closes.clear();
+    EXPECT_EQ(Translate(connection, bye.Response("200 OK").Text()), 0);
+    EXPECT_EQ(Closed(), (std::vector<int32_t>{handles[7]}));
+    EXPECT_EQ(Dialog(crowd[7]), nullptr);
+    EXPECT_EQ(keys - Keys(), 13u);
+
+    // AgeDialogs deletes the finished dialogs only, in the order of their keys.
+    translator.Finish(*Dialog(crowd[31]));
+    translator.Finish(*Dialog(crowd[13]));
+    Host().closes.clear();
+    EXPECT_EQ(translator.AgeDialogs(), 2);
+    EXPECT_EQ(Closed(), (std::vector<int32_t>{handles[13], handles[31]}));
+    EXPECT_EQ(Dialog(crowd[13]), nullptr);
+    EXPECT_EQ(Dialog(crowd[31]), nullptr);
+    EXPECT_EQ(keys - Keys(), 17u);
+    EXPECT_EQ(translator.AgeDialogs(), 0);
+    EXPECT_EQ(translator.Destroy(static_cast<SIPTranslator::DialogInfo*>(nullptr)), -1);
+
+    for (const std::string& callId : crowd)
+        Forget(callId);
+    Forget("moved-away@test");
 }
 
-TEST_F(SipDialog, AgeDialogsDeletesOnlyFinishedDialogs) {
-    const std::string done = FreshCall("age-done@test");
-    const std::string live = FreshCall("age-live@test");
+// A body is copied by its length, whatever bytes it holds: a binary body with NUL bytes goes out
+// whole, and the length reported is that of the whole message.
+TEST_F(SipDialog, BodiesWithNulBytesGoOutWhole) {
+    struct Hook {
+        static int Rewrite(bool, bool, SIPMIMEType*) { return 1; }
+    };
+    voipxlate_setfunction(VOIPXLATE_REWRITE_NOTIFY,
+                          reinterpret_cast<voipxlate_function>(&Hook::Rewrite));
+    const std::string callId = FreshCall("nul-body@test");
     SIPConnection* connection = Connect();
-    ASSERT_EQ(Translate(connection, Offer(done).Text()), 1);
-    ASSERT_EQ(Translate(connection, Offer(live).Text()), 1);
-    Dialog(done)->finished = true;
-    EXPECT_EQ(SIPTranslator::Instance().AgeDialogs(), 1);
-    EXPECT_EQ(Dialog(done), nullptr);
-    EXPECT_EQ(Dialog(done + "z9hG4bKa"), nullptr);
-    EXPECT_NE(Dialog(live), nullptr);
-    ASSERT_EQ(Host().closes.size(), 1u);
-    EXPECT_EQ(Host().closes[0].handle, Host().opens[0].handle);
-    EXPECT_EQ(SIPTranslator::Instance().AgeDialogs(), 0);
-    EXPECT_EQ(SIPTranslator::Instance().Destroy(static_cast<SIPTranslator::DialogInfo*>(nullptr)),
-              -1);
+    const SipMessage invite = Offer(callId);
+    ASSERT_EQ(Translate(connection, invite.Text()), 1);
+
+    const std::string binary("\0\x01\x02signal=1\0duration=160\r\n\0\xff\0", 30);
+    const struct {
+        const char* what;
+        SipMessage message;
+    } cases[] = {
+        {"INFO", invite.Request("INFO", "z9hG4bKinfo")},
+        {"BYE", invite.Request("BYE", "z9hG4bKbye")},
+        {"200 to INFO", invite.Request("INFO", "z9hG4bKinfo").Response("200 OK")},
+    };
+    for (const auto& c : cases) {
+        SipMessage message = c.message;
+        message.contentType = "application/octet-stream";
+        message.body = binary;
+        ASSERT_EQ(Translate(connection, message.Text()), 1) << c.what;
+        EXPECT_EQ(BodyOf(out_), binary) << c.what;
+        EXPECT_EQ(HeaderValue(out_, "Content-Length"), "30") << c.what;
+    }
+}
+
+// Lines may end with CR LF, LF, a bare CR or NUL: the message is understood the same way and
+// re-emitted with CR LF.
+TEST_F(SipDialog, EveryLineEndGivesTheSameRewrittenMessage) {
+    const auto replace = [](std::string text, const std::string& end) {
+        for (std::string::size_type at = text.find("\r\n"); at != std::string::npos;
+             at = text.find("\r\n", at + end.size()))
+            text.replace(at, 2, end);
+        return text;
+    };
+    const std::string callId = "line-ends@test";
+    std::string expected;
+    for (const std::string& end :
+         {std::string("\r\n"), std::string("\n"), std::string("\r"), std::string(1, '\0')}) {
+        Forget(callId);
+        SipMessage invite = Offer(callId);
+        invite.body = replace(invite.body, end);
+        ASSERT_EQ(Translate(Connect(), replace(invite.Text(), end)), 1) << int(end[0]);
+        if (expected.empty())
+            expected = out_;
+        EXPECT_EQ(out_, expected) << int(end[0]);
+    }
+    EXPECT_TRUE(HasLine(expected, "m=audio 14000 RTP/AVP 0 8"));
 }
 
 } // namespace

@@ -36,6 +36,15 @@ TEST(SIPLineParser, SplitsOnEveryTerminator) {
         {"cr as the last byte", "a\r", {"a"}},
         {"empty lines", "\r\n\r\n", {"", ""}},
         {"empty buffer", "", {}},
+        // Terminators of every kind in one buffer: each line ends at the nearest one, whichever
+        // kind came before it and however far away the next of the other kinds is.
+        {"nul, cr, lf, cr lf in turn",
+         std::string("a\0b\rc\nd\r\ne", 11),
+         {"a", "b", "c", "d", "e"}},
+        {"bare cr lines then one lf", "a\rb\rc\rd\ne", {"a", "b", "c", "d", "e"}},
+        {"nul lines then crlf", std::string("a\0b\0c\r\nd", 9), {"a", "b", "c", "d"}},
+        {"cr then nul", std::string("a\r\0b", 4), {"a", "", "b"}},
+        {"nul then crlf", std::string("a\0\r\nb", 5), {"a", "", "b"}},
     };
     for (const LineCase& c : cases)
         EXPECT_EQ(Lines(c.data), c.lines) << c.name;

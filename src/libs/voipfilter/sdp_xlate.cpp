@@ -41,7 +41,7 @@ uint32_t MediaKindOf(const std::string& media) {
 }
 
 // Appends the address text without port: dotted quad for IPv4, the common text form otherwise.
-void AppendAddress(std::string& text, const sockaddr_type& address) {
+void AppendAddress(SdpBodyText& text, const sockaddr_type& address) {
     if (address.family != VOIPXLATE_FAMILY_IPV4) {
         std::ostringstream other;
         iponly_to_strm(other, address);
@@ -62,6 +62,17 @@ bool ParseConnectionLine(sockaddr_type& address, const std::string& cLine) {
     tokens.reserve(4);
     return Tokenise<IsWhiteSpace>(tokens, cLine, 2) > 2 && tokens[0] == "IN" &&
            tokens[1] == "IP4" && string_to_sockaddr_type(address, tokens[2]);
+}
+
+// The connection line of every media line is parsed here. Most name the session's line, which is
+// parsed once per traversal rather than once per media line.
+bool DialogInfo::ParseMediaConnection(sockaddr_type& address, const std::string& cLine) {
+    if (scratch_.parsedConnectionLine != &cLine) {
+        scratch_.parsedConnectionOk = ParseConnectionLine(scratch_.parsedConnection, cLine);
+        scratch_.parsedConnectionLine = &cLine;
+    }
+    address = scratch_.parsedConnection;
+    return scratch_.parsedConnectionOk;
 }
 
 void DialogInfo::Copy(int pass, const std::string& line) {
@@ -114,7 +125,17 @@ int DialogInfo::TraverseSDP(SIPConnection& connection, bool fromSrc, bool isForw
         holdState = 0;
     sessionConnectionLine.clear();
     sdpBody.clear();
+    scratch_.parsedConnectionLine = nullptr;
+    if (pass == 2) {
+        // The allowed payload lists are complete after the first pass; from here on they are
+        // only asked whether they hold a payload type.
+        for (auto& entry : rtpMap)
+            std::sort(entry.second.begin(), entry.second.end());
+    }
     int result = 0;
+    // Where the last search for a media section's connection line stopped: the index of the c= or
+    // m= line it found, or the end.
+    std::size_t searchedTo = 0;
 
     for (std::size_t i = 0; i < sdpLines.size(); ++i) {
         const std::string& line = sdpLines[i];
@@ -134,19 +155,22 @@ int DialogInfo::TraverseSDP(SIPConnection& connection, bool fromSrc, bool isForw
             break;
         case 'm': {
             mediaSectionState = kSectionKept;
-            // A c= line inside the media section overrides the session-level one.
-            const std::string* connectionLine = &sessionConnectionLine;
-            for (std::size_t j = i + 1; j < sdpLines.size(); ++j) {
-                const std::string& next = sdpLines[j];
-                if (next.size() <= 2 || next[1] != '=')
-                    continue;
-                if (next[0] == 'm')
-                    break;
-                if (next[0] == 'c') {
-                    connectionLine = &next;
-                    break;
+            // A c= line inside the media section overrides the session-level one: the first c=
+            // line after this one, unless an m= line comes first. Lines of two characters or
+            // fewer are passed over, so a bare "m=" ends no section; the search that passed over
+            // such lines already holds the answer for them.
+            if (i >= searchedTo) {
+                std::size_t j = i + 1;
+                for (; j < sdpLines.size(); ++j) {
+                    const std::string& next = sdpLines[j];
+                    if (next.size() > 2 && next[1] == '=' && (next[0] == 'm' || next[0] == 'c'))
+                        break;
                 }
+                searchedTo = j;
             }
+            const std::string* connectionLine = &sessionConnectionLine;
+            if (searchedTo < sdpLines.size() && sdpLines[searchedTo][0] == 'c')
+                connectionLine = &sdpLines[searchedTo];
             if (connectionLine->empty()) {
                 VF_LOG(hostContext, logsource::kSIP, 2)
                     << "SIP  Ignoring m= line without matching c= line";
@@ -177,7 +201,7 @@ int DialogInfo::TraverseSDP(SIPConnection& connection, bool fromSrc, bool isForw
 int DialogInfo::Handle_M_Line(SIPConnection& connection, bool /*fromSrc*/, bool isForward, int pass,
                               const std::string& mLine, const std::string& cLine, int option) {
     // m=<media> <port> <proto> <fmt> ...
-    std::vector<std::string>& tokens = tokens_;
+    std::vector<std::string>& tokens = scratch_.tokens;
     tokens.clear();
     if (Tokenise<IsWhiteSpace>(tokens, mLine, 2) <= 2) {
         VF_LOG(hostContext, logsource::kSIP, 2) << "SIP  Ignoring SDP m= line < 4 tokens";
@@ -239,7 +263,7 @@ int DialogInfo::Handle_M_Line(SIPConnection& connection, bool /*fromSrc*/, bool 
     mediaSectionState = kSectionKept;
 
     sockaddr_type address;
-    if (!ParseConnectionLine(address, cLine)) {
+    if (!ParseMediaConnection(address, cLine)) {
         VF_LOG(hostContext, logsource::kSIP, 2) << "SIP  Ignoring SDP m= line with unparseable c=";
         Copy(pass, mLine);
         return 0;
@@ -447,8 +471,8 @@ int DialogInfo::Handle_A_Line(int pass, const std::string& aLine) {
             codecs->second.push_back(payload);
         return 0;
     }
-    const std::vector<uint32_t>& allowed = codecs->second;
-    if (std::find(allowed.begin(), allowed.end(), payload) != allowed.end()) {
+    const std::vector<uint32_t>& allowed = codecs->second; // sorted for the second pass
+    if (std::binary_search(allowed.begin(), allowed.end(), payload)) {
         Copy(pass, aLine);
         return 0;
     }
@@ -473,7 +497,7 @@ int DialogInfo::Handle_O_Line(SIPConnection& connection, bool fromSrc, bool isFo
         Copy(2, oLine);
         return 0;
     }
-    std::vector<std::string>& tokens = tokens_;
+    std::vector<std::string>& tokens = scratch_.tokens;
     tokens.clear();
     const unsigned count = Tokenise<IsWhiteSpace>(tokens, oLine, 0);
     if (count != 6) {

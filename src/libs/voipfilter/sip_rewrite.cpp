@@ -12,8 +12,8 @@
 using DialogInfo = SIPTranslator::DialogInfo;
 
 void DialogInfo::KeepBody(const char* body, unsigned bodyLength, bool emitSdpBody) {
-    receivedBody_ = std::string_view(body, bodyLength);
-    emitSdpBody_ = emitSdpBody;
+    scratch_.receivedBody = std::string_view(body, bodyLength);
+    scratch_.emitSdpBody = emitSdpBody;
 }
 
 int DialogInfo::TranslateINVITE(SIPConnection& connection, bool fromSrc, SIPMIMEType& headers,
@@ -25,6 +25,7 @@ int DialogInfo::TranslateINVITE(SIPConnection& connection, bool fromSrc, SIPMIME
         return 0;
     }
     KeepBody(nullptr, 0, true);
+    sdpBody.SetLimit(*outLength);
     uint8_t& state = callInformation.state;
     if (state != VOIPXLATE_SIP_NONE && state != VOIPXLATE_SIP_INVITED) {
         VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Handling ReINVITE, fromSrc=" << fromSrc;
@@ -68,6 +69,7 @@ int DialogInfo::TranslateINVITEResponse(SIPConnection& connection, bool fromSrc,
             return 0;
         }
         KeepBody(nullptr, 0, true);
+        sdpBody.SetLimit(*outLength);
         if (TraverseSDP(connection, fromSrc, false, 1, option) < 0)
             return -1;
         result = TraverseSDP(connection, fromSrc, false, 2, option);
@@ -163,22 +165,28 @@ int DialogInfo::RewritePDU(int result, SIPConnection& connection, bool fromSrc, 
         return result;
 
     // Start line (already in out), CR LF, the header block, the body: the rewritten SDP when this
-    // message's SDP was traversed, otherwise the body as received.
-    const std::string_view bodyText = emitSdpBody_ ? std::string_view(sdpBody) : receivedBody_;
-    const std::size_t startLength = std::strlen(out);
-    const std::size_t tailLength = 2 + headers.OutputLength() + bodyText.size();
-    const std::size_t needed = startLength + tailLength + 1;
+    // message's SDP was traversed, otherwise the body as received. Lengths are counted, never
+    // taken from the text: a body may hold NUL bytes.
+    const std::size_t startLength = scratch_.startLength;
+    const uint64_t bodyLength =
+        scratch_.emitSdpBody ? sdpBody.size() : scratch_.receivedBody.size();
+    const uint64_t tailLength = 2 + uint64_t{headers.OutputLength()} + bodyLength;
+    const uint64_t needed = startLength + tailLength + 1;
     if (*outLength < needed) {
         VF_LOG(hostContext, logsource::kSIP, 1)
             << "SIP  Output buffer too small for translated SIP of size " << needed;
         return -1;
     }
-    std::string tail;
-    tail.reserve(tailLength);
-    tail += "\r\n";
-    headers.AppendTo(tail);
-    tail += bodyText;
-    std::memcpy(out + startLength, tail.c_str(), tail.size() + 1);
-    *outLength = static_cast<unsigned>(startLength + tail.size());
+    // The SDP text is complete here: only a body larger than the buffer is cut short.
+    const std::string_view bodyText =
+        scratch_.emitSdpBody ? std::string_view(sdpBody.text()) : scratch_.receivedBody;
+    char* const tail = out + startLength;
+    tail[0] = '\r';
+    tail[1] = '\n';
+    char* const bodyStart = headers.WriteTo(tail + 2);
+    if (!bodyText.empty())
+        std::memcpy(bodyStart, bodyText.data(), bodyText.size());
+    bodyStart[bodyText.size()] = '\0';
+    *outLength = static_cast<unsigned>(startLength + tailLength);
     return result;
 }

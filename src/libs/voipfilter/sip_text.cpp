@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -11,13 +12,21 @@ bool SIPLineParser::GetLine(const char** line, unsigned* lineLength) {
     if (cur_ >= end_)
         return false;
     const char* const first = cur_;
-    // The line ends at the first LF, CR or NUL: each is searched for up to the nearest one found
-    // so far, which keeps the scan vectorised (memchr) rather than a byte loop.
+    // The line ends at the nearest LF, CR or NUL. Each is found with memchr (vectorised) from the
+    // cursor to the end of the buffer and remembered until the cursor passes it: searching only
+    // up to the nearest terminator found so far would scan the rest of the datagram again for
+    // every line of a message whose lines all end with a bare CR or a NUL.
+    static constexpr char kTerminators[3] = {'\n', '\r', '\0'};
     const char* p = end_;
-    for (const char terminator : {'\n', '\r', '\0'}) {
-        const void* hit = std::memchr(first, terminator, static_cast<std::size_t>(p - first));
-        if (hit != nullptr)
-            p = static_cast<const char*>(hit);
+    for (int i = 0; i < 3; ++i) {
+        const char*& next = next_[i];
+        if (next == nullptr || next < first) {
+            const void* hit =
+                std::memchr(first, kTerminators[i], static_cast<std::size_t>(end_ - first));
+            next = hit != nullptr ? static_cast<const char*>(hit) : end_;
+        }
+        if (next < p)
+            p = next;
     }
     *line = first;
     *lineLength = static_cast<unsigned>(p - first);
@@ -124,6 +133,19 @@ void SIPMIMEType::AppendTo(std::string& text) const {
         text += "\r\n";
     }
     text += "\r\n";
+}
+
+char* SIPMIMEType::WriteTo(char* out) const {
+    for (const SIPMIMEEntry& entry : *this) {
+        out = std::copy(entry.name.begin(), entry.name.end(), out);
+        *out++ = ':';
+        out = std::copy(entry.value.begin(), entry.value.end(), out);
+        *out++ = '\r';
+        *out++ = '\n';
+    }
+    *out++ = '\r';
+    *out++ = '\n';
+    return out;
 }
 
 std::ostream& operator<<(std::ostream& os, const SIPMIMEType& headers) {

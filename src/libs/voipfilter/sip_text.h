@@ -24,6 +24,8 @@ public:
         cur_ = data;
         length_ = length;
         end_ = data + length;
+        for (const char*& next : next_)
+            next = nullptr;
     }
 
     // Returns the next line without its terminator. LF, CR, CR LF and NUL each end a line; a last
@@ -40,6 +42,11 @@ private:
     const char* cur_ = nullptr;
     const char* end_ = nullptr;
     unsigned length_ = 0;
+    // For LF, CR and NUL: where the next one stands (end_ when there is none), as found by the
+    // last search for it, or null before the first. A search is repeated only once the cursor
+    // has passed what it found, so every byte is searched at most once for each terminator
+    // however the lines end.
+    const char* next_[3] = {nullptr, nullptr, nullptr};
 };
 
 // One header line: the name as it stood before the first colon and the value after it, both
@@ -87,6 +94,8 @@ public:
 
     // Appends "name:value\r\n" for every entry and the empty line that ends the block.
     void AppendTo(std::string& text) const;
+    // Writes the same OutputLength() bytes at out; returns the end of what was written.
+    char* WriteTo(char* out) const;
     // Bytes that AppendTo writes.
     std::size_t OutputLength() const;
 

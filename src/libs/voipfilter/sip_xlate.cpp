@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 #include <string>
 
 namespace {
@@ -25,10 +26,11 @@ void CutAt(std::string& text, char c) {
 
 } // namespace
 
-SIPTranslator::DialogInfo::DialogInfo(std::string id, const std::string& tag, SdpScratch& scratch)
+SIPTranslator::DialogInfo::DialogInfo(std::string id, const std::string& tag,
+                                      MessageScratch& scratch)
     : dialogId(std::move(id)), callInformation(), fromTag(tag), sdpLines(scratch.lines),
       sessionConnectionLine(scratch.sessionConnectionLine), sdpBody(scratch.body),
-      tokens_(scratch.tokens) {}
+      rtpMap(scratch.rtpMap), scratch_(scratch) {}
 
 SIPTranslator::~SIPTranslator() {
     while (!dialogs_.empty())
@@ -43,10 +45,101 @@ SIPTranslator& SIPTranslator::Instance() {
 }
 
 SIPTranslator::DialogInfo* SIPTranslator::CreateDialog(void* context, const std::string& fromTag) {
-    DialogInfo* dialog =
-        new DialogInfo("z9hG4bK" + std::to_string(dialogCounter_++), fromTag, sdp_);
-    VF_LOG(context, logsource::kSIP, 4) << "created dialog @" << static_cast<void*>(dialog);
-    return dialog;
+    DialogInfo& dialog =
+        live_.emplace_back("z9hG4bK" + std::to_string(dialogCounter_++), fromTag, scratch_);
+    dialog.entry_ = std::prev(live_.end());
+    VF_LOG(context, logsource::kSIP, 4) << "created dialog @" << static_cast<void*>(&dialog);
+    return &dialog;
+}
+
+void SIPTranslator::AddKey(const std::string& key, DialogInfo& dialog) {
+    dialog.keys_.reserve(dialog.keys_.size() + 1); // nothing can fail once the key is in
+    const auto added = dialogs_.emplace(key, &dialog);
+    if (added.second)
+        dialog.keys_.push_back(added.first);
+}
+
+SIPTranslator::DialogInfo* SIPTranslator::MediaPortIndex::First(uint32_t port) const {
+    if (port == 0 || port > 65535 || pages_[port >> 8] == nullptr)
+        return nullptr;
+    return (*pages_[port >> 8])[port & 255];
+}
+
+void SIPTranslator::MediaPortIndex::Insert(DialogInfo& dialog, uint16_t port) {
+    std::unique_ptr<Page>& page = pages_[port >> 8];
+    if (page == nullptr)
+        page = std::make_unique<Page>(Page{});
+    DialogInfo*& first = (*page)[port & 255];
+    dialog.indexedPort_ = port;
+    dialog.previousOnPort_ = nullptr;
+    dialog.nextOnPort_ = first;
+    if (first != nullptr)
+        first->previousOnPort_ = &dialog;
+    first = &dialog;
+}
+
+void SIPTranslator::MediaPortIndex::Remove(DialogInfo& dialog) {
+    if (dialog.indexedPort_ == 0)
+        return;
+    if (dialog.previousOnPort_ != nullptr)
+        dialog.previousOnPort_->nextOnPort_ = dialog.nextOnPort_;
+    else
+        (*pages_[dialog.indexedPort_ >> 8])[dialog.indexedPort_ & 255] = dialog.nextOnPort_;
+    if (dialog.nextOnPort_ != nullptr)
+        dialog.nextOnPort_->previousOnPort_ = dialog.previousOnPort_;
+    dialog.indexedPort_ = 0;
+    dialog.previousOnPort_ = dialog.nextOnPort_ = nullptr;
+}
+
+void SIPTranslator::Reindex(DialogInfo& dialog) {
+    // Only a port that a connection can carry is filed: the last media port of a connection is
+    // always one (or kNoMediaPort, which matches nothing).
+    const int32_t last = dialog.lastMediaPort;
+    const uint16_t port = last >= 1 && last <= 65535 ? static_cast<uint16_t>(last) : 0;
+    if (port == dialog.indexedPort_)
+        return;
+    byMediaPort_.Remove(dialog);
+    if (port != 0)
+        byMediaPort_.Insert(dialog, port);
+}
+
+void SIPTranslator::Finish(DialogInfo& dialog) {
+    if (dialog.finished)
+        return;
+    dialog.finished = true;
+    finished_.splice(finished_.end(), live_, dialog.entry_);
+}
+
+void SIPTranslator::Unlink(DialogInfo& dialog) {
+    for (const DialogTable::iterator key : dialog.keys_)
+        dialogs_.erase(key);
+    dialog.keys_.clear();
+    byMediaPort_.Remove(dialog);
+}
+
+void SIPTranslator::Delete(DialogInfo& dialog) {
+    dialog.CloseMedia();
+    (dialog.finished ? finished_ : live_).erase(dialog.entry_);
+}
+
+void SIPTranslator::SortByFirstKey(std::vector<DialogInfo*>& dialogs) {
+    if (dialogs.size() < 2)
+        return;
+    std::vector<std::pair<std::string_view, DialogInfo*>> byKey;
+    byKey.reserve(dialogs.size());
+    for (DialogInfo* dialog : dialogs) {
+        std::string_view first;
+        for (std::size_t i = 0; i < dialog->keys_.size(); ++i) {
+            const std::string_view key = dialog->keys_[i]->first;
+            if (i == 0 || key < first)
+                first = key;
+        }
+        byKey.emplace_back(first, dialog);
+    }
+    std::sort(byKey.begin(), byKey.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    for (std::size_t i = 0; i < dialogs.size(); ++i)
+        dialogs[i] = byKey[i].second;
 }
 
 int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, const unsigned char* in,
@@ -68,11 +161,11 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
         VF_LOG(context, logsource::kSIP, 1) << "SIP  Insufficient buffer space for SIP header";
         return -1;
     }
-    // The start line opens every rewritten message; GetLine stops at NUL, so strlen(out) is its
-    // length from here on.
+    // The start line opens every rewritten message.
     char* const text = reinterpret_cast<char*>(out);
     std::memcpy(text, startLine, startLength);
     text[startLength] = '\0';
+    scratch_.startLength = startLength;
 
     // Header block (RFC 3261 section 7.3): up to the empty line or the end of the datagram. A
     // line without a colon is dropped; folded lines get no special treatment.
@@ -110,7 +203,7 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
 
     std::vector<std::string>& tokens = tokens_;
     tokens.clear();
-    if (Tokenise<IsWhiteSpace>(tokens, text) < 2) {
+    if (Tokenise<IsWhiteSpace>(tokens, std::string(startLine, startLength)) < 2) {
         VF_LOG(context, logsource::kSIP, 2)
             << "SIP  Ignoring message with < 2 tokens in header line";
         return 0;
@@ -149,8 +242,8 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
         } else if (toTag.empty()) {
             VF_LOG(context, logsource::kSIP, 2) << "SIP  Processing new INVITE";
             dialog = CreateDialog(context, fromTag);
-            dialogs_.emplace(key, dialog);
-            dialogs_.emplace(callIdValue, dialog);
+            AddKey(key, *dialog);
+            AddKey(callIdValue, *dialog);
             if (auto notify =
                     VoIPTranslator::Current().Callback<voipxlate_call_information_function>(
                         VOIPXLATE_CALL_INFORMATION))
@@ -163,17 +256,19 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
             if (byCallId != dialogs_.end()) {
                 VF_LOG(context, logsource::kSIP, 2) << "Found existing dialog";
                 dialog = byCallId->second;
-                dialogs_.emplace(key, dialog);
+                AddKey(key, *dialog);
             } else {
                 dialog = CreateDialog(context, fromTag);
-                dialogs_.emplace(key, dialog);
-                dialogs_.emplace(callIdValue, dialog);
+                AddKey(key, *dialog);
+                AddKey(callIdValue, *dialog);
             }
             fromSrc = dialog->fromTag == fromTag;
         }
         dialog->hostContext = context;
-        result = dialog->TranslateINVITE(connection, fromSrc, headers, body, bodyLength, text,
-                                         outLength, option);
+        result = TranslateSdp(*dialog, [&] {
+            return dialog->TranslateINVITE(connection, fromSrc, headers, body, bodyLength, text,
+                                           outLength, option);
+        });
     } else {
         if (byKey != dialogs_.end()) {
             dialog = byKey->second;
@@ -206,7 +301,8 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
     }
 
     if (result == 1) {
-        *outLength = static_cast<unsigned>(std::strlen(text));
+        // *outLength is what RewritePDU wrote: the body may hold NUL bytes. The log line shows
+        // the message as text, up to the first of them.
         VF_LOG(context, logsource::kSIP, 4) << "SIP  Translated PDU:\n" << text;
         return 1;
     }
@@ -236,7 +332,7 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
                                                     body, bodyLength, out, outLength);
         if (EqualsNoCase(cseq[1], "bye")) {
             // The dialog ends with the answer to its BYE (section 15.1.2).
-            dialog.finished = true;
+            Finish(dialog);
             Destroy(&dialog);
         }
         return result;
@@ -251,8 +347,10 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
         dialog.firstInviteResponse = false;
         fromSrc = false;
     }
-    const int result = dialog.TranslateINVITEResponse(connection, !fromSrc, status, headers, body,
-                                                      bodyLength, out, outLength, option);
+    const int result = TranslateSdp(dialog, [&] {
+        return dialog.TranslateINVITEResponse(connection, !fromSrc, status, headers, body,
+                                              bodyLength, out, outLength, option);
+    });
     if (dialog.callInformation.state == VOIPXLATE_SIP_FAILED)
         Destroy(&dialog);
     return result;
@@ -261,54 +359,39 @@ int SIPTranslator::TranslateResponse(SIPConnection& connection, DialogInfo& dial
 int SIPTranslator::Destroy(DialogInfo* dialog) {
     if (dialog == nullptr)
         return -1;
-    for (auto it = dialogs_.begin(); it != dialogs_.end();) {
-        if (it->second == dialog)
-            it = dialogs_.erase(it);
-        else
-            ++it;
-    }
-    dialog->CloseMedia();
-    delete dialog;
+    Unlink(*dialog);
+    Delete(*dialog);
     return 0;
 }
 
 int SIPTranslator::Destroy(SIPConnection& connection) {
-    // The connection knows its dialog only by the port of the last media line it carried.
-    if (connection.lastMediaPort == kNoMediaPort)
-        return 0;
+    // The connection knows its dialog only by the port of the last media line it carried; a
+    // connection that carried none holds kNoMediaPort, which no dialog is filed under.
     std::vector<DialogInfo*> matched;
-    for (auto it = dialogs_.begin(); it != dialogs_.end();) {
-        DialogInfo* dialog = it->second;
-        if (static_cast<uint32_t>(dialog->lastMediaPort) == connection.lastMediaPort) {
-            if (std::find(matched.begin(), matched.end(), dialog) == matched.end())
-                matched.push_back(dialog);
-            it = dialogs_.erase(it);
-        } else {
-            ++it;
-        }
-    }
+    for (DialogInfo* dialog = byMediaPort_.First(connection.lastMediaPort); dialog != nullptr;
+         dialog = dialog->nextOnPort_)
+        matched.push_back(dialog);
     // Dialogs whose media used the same port are not told apart: all of them go, rather than
-    // staying unreachable with their channels open.
-    for (DialogInfo* dialog : matched) {
-        dialog->CloseMedia();
-        delete dialog;
-    }
+    // staying unreachable with their channels open. All leave the table first; then their media
+    // is closed in the order of their keys.
+    SortByFirstKey(matched);
+    for (DialogInfo* dialog : matched)
+        Unlink(*dialog);
+    for (DialogInfo* dialog : matched)
+        Delete(*dialog);
     return 0;
 }
 
 int SIPTranslator::AgeDialogs() {
     // There are no timers: a dialog is old once its BYE was answered.
-    int deleted = 0;
-    for (auto it = dialogs_.begin(); it != dialogs_.end();) {
-        if (it->second->finished) {
-            Destroy(it->second);
-            ++deleted;
-            it = dialogs_.begin();
-        } else {
-            ++it;
-        }
-    }
-    return deleted;
+    std::vector<DialogInfo*> finished;
+    finished.reserve(finished_.size());
+    for (DialogInfo& dialog : finished_)
+        finished.push_back(&dialog);
+    SortByFirstKey(finished);
+    for (DialogInfo* dialog : finished)
+        Destroy(dialog);
+    return static_cast<int>(finished.size());
 }
 
 extern "C" {
