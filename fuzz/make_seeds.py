@@ -6,7 +6,8 @@ fuzz_sip.cpp), and every torture message a one-datagram seed. Needs tshark for t
 h225: every call file (lines "frame O|D h225|h245 hex") becomes seeds of up to eight PDUs in
 order; h245: the H.245 PDUs of those files and single H.245 PDU files; ras: RAS message files
 in sequences of four; header: each Q.931 PDU once as a get and once as a set; per_h225, per_ras,
-per_h245: single PDU files as they are.
+per_h245: single PDU files as they are. sip-long: SIP messages of about 64 KB in the shapes that
+once took time growing faster than their size (no inputs; written as long-<shape> in OUT_DIR).
 
 Usage: fuzz/make_seeds.py TARGET OUT_DIR INPUT...
 """
@@ -91,9 +92,51 @@ def asn1_seeds(kind: str, out_dir: pathlib.Path, inputs: list) -> None:
                           value + pdu)
 
 
+def invite(headers: list, sdp: list, end: str = "\r\n") -> bytes:
+    body = end.join(sdp) + end
+    lines = ["INVITE sip:bob@192.0.2.10 SIP/2.0",
+             "Via: SIP/2.0/UDP 10.0.0.5:5060;branch=z9hG4bK-long",
+             "From: <sip:alice@10.0.0.5>;tag=a1", "To: <sip:bob@192.0.2.10>",
+             "Call-ID: long@10.0.0.5", "CSeq: 1 INVITE"] + headers + [
+             "Content-Type: application/sdp", "Content-Length: %d" % len(body), ""]
+    return (end.join(lines) + end + body).encode()
+
+
+def filled(size: int, line) -> list:
+    lines, used, i = [], 0, 0
+    while used + len(line(i)) + 2 <= size:
+        lines.append(line(i))
+        used += len(line(i)) + 2
+        i += 1
+    return lines
+
+
+def long_sip_seeds(out_dir: pathlib.Path) -> None:
+    size = 63 * 1024  # room for the record header and the fixed lines within 64 KB
+    sdp = ["v=0", "o=- 1 1 IN IP4 10.0.0.5", "s=-", "c=IN IP4 10.0.0.5", "t=0 0",
+           "m=audio 4000 RTP/AVP 0", "a=rtpmap:0 PCMU/8000"]
+    shapes = {
+        "bare-m-lines": invite([], sdp + filled(size, lambda i: "m=")),
+        "bare-cr-ends": invite(filled(size // 2, lambda i: "X-Filler: %d" % i),
+                               sdp + filled(size // 2, lambda i: "a=x:%d" % i), "\r"),
+        "nul-ends": invite(filled(size // 2, lambda i: "X-Filler: %d" % i),
+                           sdp + filled(size // 2, lambda i: "a=x:%d" % i), "\0"),
+        "rtpmaps": invite([], sdp + filled(size, lambda i: "a=rtpmap:%d PCMU/8000" % (96 + i))),
+        "long-c-line": invite([], sdp[:3] + ["c=IN IP4 10.0.0.5 " + "x" * (size // 2), "t=0 0"] +
+                              filled(size // 2, lambda i: "m=audio %d RTP/AVP 0" % (4000 + 2 * i))),
+        "vias": invite(filled(size, lambda i: "Via: SIP/2.0/UDP 10.0.1.%d;branch=z9hG4bK%d"
+                              % (i % 250, i)), sdp),
+    }
+    for name, message in shapes.items():
+        (out_dir / ("long-" + name)).write_bytes(bytes([POLICY, LEVEL]) + record(2, message))
+
+
 def main() -> int:
     kind, out_dir, inputs = sys.argv[1], pathlib.Path(sys.argv[2]), sys.argv[3:]
     out_dir.mkdir(parents=True, exist_ok=True)
+    if kind == "sip-long":
+        long_sip_seeds(out_dir)
+        return 0
     if kind != "sip":
         asn1_seeds(kind, out_dir, inputs)
         return 0
