@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 
 namespace fuzzhost {
 
@@ -73,9 +74,15 @@ inline void Log(void*, const char* file, int, int level, const char* text) {
     // Touch every byte of the text so that a bad pointer or a missing terminator shows up.
     volatile size_t n = std::strlen(text);
     (void)n;
+    // A refusal line is a family's tag followed by the refusal (a message's own text, logged at
+    // level 5, may hold the same words anywhere).
     static const char refused[] = "Message refused: ";
-    if (const char* at = std::strstr(text, refused))
-        Check(KnownRefusal(at + sizeof refused - 1));
+    for (const char* tag : {"H.225\t", "H.245\t", "H225 RAS ", "SIP  "}) {
+        const std::size_t n = std::strlen(tag);
+        if (std::strncmp(text, tag, n) == 0 &&
+            std::strncmp(text + n, refused, sizeof refused - 1) == 0)
+            Check(KnownRefusal(text + n + sizeof refused - 1));
+    }
 }
 
 inline int Open(void*, int direction, voipxlate_mediasessioninformation* session, int32_t* handle) {
