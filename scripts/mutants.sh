@@ -19,7 +19,7 @@
 # Prints one line per fault and a summary; exits 0 when no fault is stale or invalid, 1 when one
 # is, 2 when the run could not start (bad fault file, no matching fault, a red baseline).
 # Environment: JOBS (build and test parallelism, default 2), MUTANTS_TEST_TIMEOUT (seconds per
-# test, default 300), MUTANTS_FILE (another fault file), VOIPFILTER_BUILD_ROOT (default build).
+# test, default 120), MUTANTS_FILE (another fault file), VOIPFILTER_BUILD_ROOT (default build).
 set -uo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -32,7 +32,7 @@ fi
 filter=${1:-}
 faults_file=${MUTANTS_FILE:-$root/scripts/mutants.txt}
 jobs=${JOBS:-2}
-test_timeout=${MUTANTS_TEST_TIMEOUT:-300}
+test_timeout=${MUTANTS_TEST_TIMEOUT:-120}
 out=${VOIPFILTER_BUILD_ROOT:-$root/build}/mutants
 logs=$out/mutant-logs
 pending_copy=$out/pending.orig
@@ -217,7 +217,7 @@ declare -A room_total room_killed
 total=${#selected[@]}
 index=0
 
-echo "== ${total} faults"
+echo "== Faults: ${total}"
 for entry in "${selected[@]}"; do
   IFS=$'\t' read -r name room file <<<"$entry"
   index=$((index + 1))
