@@ -21,7 +21,7 @@
 # Environment: JOBS (build and test parallelism, default 2), MUTANTS_TEST_TIMEOUT (seconds per
 # test, default 120), MUTANTS_FILE (another fault file), VOIPFILTER_BUILD_ROOT (default build).
 set -uo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/.." || exit 2
 root=$(pwd)
 
 check_only=0
