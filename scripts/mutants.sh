@@ -6,7 +6,7 @@
 #   scripts/mutants.sh --check [NAME-FILTER]   only lists stale faults (no build, no tests)
 #
 # The faults are the blocks of scripts/mutants.txt (the format is described at its top); a
-# NAME-FILTER (an extended regular expression) keeps the faults whose name it matches. The script
+# NAME-FILTER (a Python regular expression) keeps the faults whose name it matches. The script
 # builds a native Release tree of its own (build/mutants, benchmarks off) and checks that the
 # unchanged sources pass. Then, for each fault, it replaces the fault's text in its file (the text
 # must occur exactly once: otherwise the fault is "stale", its code has moved or changed and the
