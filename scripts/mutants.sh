@@ -283,7 +283,8 @@ echo "stale:    $stale"
 echo "invalid:  $invalid"
 echo "killed per room:"
 while IFS= read -r room; do
-  [ -n "$room" ] && printf '  %-14s %d of %d\n' "$room" "${room_killed[$room]:-0}" "${room_total[$room]}"
+  [ -n "$room" ] &&
+    printf '  %-14s %d of %d\n' "$room" "${room_killed[$room]:-0}" "${room_total[$room]}"
 done < <(printf '%s\n' "${!room_total[@]}" | sort)
 [ ${#survivors[@]} -gt 0 ] && echo "survivors: ${survivors[*]}"
 [ ${#stale_list[@]} -gt 0 ] && echo "stale (adapt their text): ${stale_list[*]}"
