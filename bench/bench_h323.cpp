@@ -74,7 +74,22 @@ struct Addresses {
     }
 };
 
-template <class T> void DecodeOnly(benchmark::State& state, const Bytes& pdu) {
+// The encoding of a decoded value: what decode-only and encode-only benchmarks check.
+template <class T> Bytes Reencoded(const Bytes& pdu) {
+    T value;
+    Bytes out(4096);
+    unsigned size = unsigned(out.size());
+    if (ASN1::ASNDecode(pdu.data(), unsigned(pdu.size()), value) != 1 ||
+        ASN1::ASNEncode(value, out.data(), &size) != 1)
+        size = 0;
+    out.resize(size);
+    return out;
+}
+
+template <class T> void DecodeOnly(benchmark::State& state, const char* name, const Bytes& pdu) {
+    const Bytes expected = Reencoded<T>(pdu);
+    if (!bench::ExpectOutput(state, name, expected, expected.size()))
+        return;
     bench::AllocationMeter meter(state);
     for (auto _ : state) {
         T value;
@@ -83,10 +98,12 @@ template <class T> void DecodeOnly(benchmark::State& state, const Bytes& pdu) {
     meter.Finish();
 }
 
-template <class T> void EncodeOnly(benchmark::State& state, const Bytes& pdu) {
+template <class T> void EncodeOnly(benchmark::State& state, const char* name, const Bytes& pdu) {
     T value;
-    if (ASN1::ASNDecode(pdu.data(), unsigned(pdu.size()), value) != 1)
-        state.SkipWithError("input does not decode");
+    const Bytes expected = Reencoded<T>(pdu);
+    if (ASN1::ASNDecode(pdu.data(), unsigned(pdu.size()), value) != 1 ||
+        !bench::ExpectOutput(state, name, expected, expected.size()))
+        return;
     Bytes out(4096);
     bench::AllocationMeter meter(state);
     for (auto _ : state) {
@@ -97,55 +114,65 @@ template <class T> void EncodeOnly(benchmark::State& state, const Bytes& pdu) {
 }
 
 void BM_SetupFastStart_Decode(benchmark::State& state) {
-    DecodeOnly<H323_MESSAGES::H323_UserInformation>(state, UserUserPayload(FastStartSetup()));
+    DecodeOnly<H323_MESSAGES::H323_UserInformation>(state, "SetupFastStart_Decode",
+                                                    UserUserPayload(FastStartSetup()));
 }
-BENCHMARK(BM_SetupFastStart_Decode);
+BENCHMARK(BM_SetupFastStart_Decode)->Apply(bench::FixedIterations);
 
 void BM_SetupFastStart_Encode(benchmark::State& state) {
-    EncodeOnly<H323_MESSAGES::H323_UserInformation>(state, UserUserPayload(FastStartSetup()));
+    EncodeOnly<H323_MESSAGES::H323_UserInformation>(state, "SetupFastStart_Encode",
+                                                    UserUserPayload(FastStartSetup()));
 }
-BENCHMARK(BM_SetupFastStart_Encode);
+BENCHMARK(BM_SetupFastStart_Encode)->Apply(bench::FixedIterations);
 
 // A SETUP only passes a call in the Idle state, so each iteration is a new call: create,
 // decode, translate (addresses, six fast-start proposals through the codec veto and the media
 // pinholes, tunnelled H.245), encode, destroy.
-void SetupFullPath(benchmark::State& state, const Bytes& setup) {
+unsigned SetupOnce(Addresses& addresses, const Bytes& setup, Bytes& out) {
+    H225TranslatorContext* call = addresses.NewCall();
+    int status;
+    h323xlate_h225_decodeh225pdu(call, setup.data(), unsigned(setup.size()));
+    const int result = h323xlate_h225_translateh225pdu(call, 1, &status);
+    unsigned length = unsigned(out.size());
+    benchmark::DoNotOptimize(h323xlate_h225_encodeh225pdu(call, out.data(), &length));
+    benchmark::DoNotOptimize(result);
+    h323xlate_h225_destroy(call);
+    return length;
+}
+
+void SetupFullPath(benchmark::State& state, const char* name, const Bytes& setup) {
     bench::InstallMinimalHost();
     Addresses addresses;
     Bytes out(4096);
+    if (!bench::ExpectOutput(state, name, out, SetupOnce(addresses, setup, out)))
+        return;
     bench::AllocationMeter meter(state);
-    for (auto _ : state) {
-        H225TranslatorContext* call = addresses.NewCall();
-        int status;
-        h323xlate_h225_decodeh225pdu(call, setup.data(), unsigned(setup.size()));
-        const int result = h323xlate_h225_translateh225pdu(call, 1, &status);
-        unsigned length = unsigned(out.size());
-        benchmark::DoNotOptimize(h323xlate_h225_encodeh225pdu(call, out.data(), &length));
-        benchmark::DoNotOptimize(result);
-        h323xlate_h225_destroy(call);
-    }
+    for (auto _ : state)
+        SetupOnce(addresses, setup, out);
     meter.Finish();
 }
 
 void BM_SetupFastStart_FullPath(benchmark::State& state) {
-    SetupFullPath(state, FastStartSetup());
+    SetupFullPath(state, "SetupFastStart_FullPath", FastStartSetup());
 }
-BENCHMARK(BM_SetupFastStart_FullPath);
+BENCHMARK(BM_SetupFastStart_FullPath)->Apply(bench::FixedIterations);
 
 void BM_RealSetup_Decode(benchmark::State& state) {
-    DecodeOnly<H323_MESSAGES::H323_UserInformation>(state, UserUserPayload(RealSetup()));
+    DecodeOnly<H323_MESSAGES::H323_UserInformation>(state, "RealSetup_Decode",
+                                                    UserUserPayload(RealSetup()));
 }
-BENCHMARK(BM_RealSetup_Decode);
+BENCHMARK(BM_RealSetup_Decode)->Apply(bench::FixedIterations);
 
 void BM_RealSetup_Encode(benchmark::State& state) {
-    EncodeOnly<H323_MESSAGES::H323_UserInformation>(state, UserUserPayload(RealSetup()));
+    EncodeOnly<H323_MESSAGES::H323_UserInformation>(state, "RealSetup_Encode",
+                                                    UserUserPayload(RealSetup()));
 }
-BENCHMARK(BM_RealSetup_Encode);
+BENCHMARK(BM_RealSetup_Encode)->Apply(bench::FixedIterations);
 
 void BM_RealSetup_FullPath(benchmark::State& state) {
-    SetupFullPath(state, RealSetup());
+    SetupFullPath(state, "RealSetup_FullPath", RealSetup());
 }
-BENCHMARK(BM_RealSetup_FullPath);
+BENCHMARK(BM_RealSetup_FullPath)->Apply(bench::FixedIterations);
 
 // CONNECT on a call past its SETUP: decode, translate (the H.245 address through the host),
 // encode.
@@ -158,20 +185,25 @@ void BM_RealConnect_FullPath(benchmark::State& state) {
     h323xlate_h225_translateh225pdu(call, 1, &status);
     const Bytes& connect = RealConnect();
     Bytes out(4096);
-    bench::AllocationMeter meter(state);
-    for (auto _ : state) {
+    const auto once = [&] {
         h323xlate_h225_decodeh225pdu(call, connect.data(), unsigned(connect.size()));
         benchmark::DoNotOptimize(h323xlate_h225_translateh225pdu(call, 0, &status));
         unsigned length = unsigned(out.size());
         benchmark::DoNotOptimize(h323xlate_h225_encodeh225pdu(call, out.data(), &length));
+        return length;
+    };
+    if (bench::ExpectOutput(state, "RealConnect_FullPath", out, once())) {
+        bench::AllocationMeter meter(state);
+        for (auto _ : state)
+            once();
+        meter.Finish();
     }
-    meter.Finish();
     h323xlate_h225_destroy(call);
 }
-BENCHMARK(BM_RealConnect_FullPath);
+BENCHMARK(BM_RealConnect_FullPath)->Apply(bench::FixedIterations);
 
 // H.245 on the separate channel of a connected call.
-void H245(benchmark::State& state, const std::string& file, bool fromOriginator) {
+void H245(benchmark::State& state, const char* name, const std::string& file, bool fromOriginator) {
     const Bytes pdu = bench::ReadData(file);
     bench::InstallMinimalHost();
     Addresses addresses;
@@ -181,42 +213,47 @@ void H245(benchmark::State& state, const std::string& file, bool fromOriginator)
     // The channel's first OLC opens the session; the ack then finds it.
     const Bytes olc = bench::ReadData("h323/synth-h245-olc.bin");
     h323xlate_h225_translateh245pdu(call, 1, olc.data(), unsigned(olc.size()), out.data(), &length);
-    bench::AllocationMeter meter(state);
-    for (auto _ : state) {
+    const auto once = [&] {
         length = unsigned(out.size());
         benchmark::DoNotOptimize(h323xlate_h225_translateh245pdu(
             call, fromOriginator, pdu.data(), unsigned(pdu.size()), out.data(), &length));
+        return length;
+    };
+    if (bench::ExpectOutput(state, name, out, once())) {
+        bench::AllocationMeter meter(state);
+        for (auto _ : state)
+            once();
+        meter.Finish();
     }
-    meter.Finish();
     h323xlate_h225_destroy(call);
 }
 
 void BM_H245_OLC_Decode(benchmark::State& state) {
     DecodeOnly<MULTIMEDIA_SYSTEM_CONTROL::MultimediaSystemControlMessage>(
-        state, bench::ReadData("h323/synth-h245-olc.bin"));
+        state, "H245_OLC_Decode", bench::ReadData("h323/synth-h245-olc.bin"));
 }
-BENCHMARK(BM_H245_OLC_Decode);
+BENCHMARK(BM_H245_OLC_Decode)->Apply(bench::FixedIterations);
 
 void BM_H245_OLC_Encode(benchmark::State& state) {
     EncodeOnly<MULTIMEDIA_SYSTEM_CONTROL::MultimediaSystemControlMessage>(
-        state, bench::ReadData("h323/synth-h245-olc.bin"));
+        state, "H245_OLC_Encode", bench::ReadData("h323/synth-h245-olc.bin"));
 }
-BENCHMARK(BM_H245_OLC_Encode);
+BENCHMARK(BM_H245_OLC_Encode)->Apply(bench::FixedIterations);
 
 void BM_H245_OLC_Translate(benchmark::State& state) {
-    H245(state, "h323/synth-h245-olc.bin", true);
+    H245(state, "H245_OLC_Translate", "h323/synth-h245-olc.bin", true);
 }
-BENCHMARK(BM_H245_OLC_Translate);
+BENCHMARK(BM_H245_OLC_Translate)->Apply(bench::FixedIterations);
 
 void BM_H245_OLCAck_Translate(benchmark::State& state) {
-    H245(state, "h323/synth-h245-olcack.bin", false);
+    H245(state, "H245_OLCAck_Translate", "h323/synth-h245-olcack.bin", false);
 }
-BENCHMARK(BM_H245_OLCAck_Translate);
+BENCHMARK(BM_H245_OLCAck_Translate)->Apply(bench::FixedIterations);
 
 void BM_H245_TCS_Translate(benchmark::State& state) {
-    H245(state, "h323/synth-h245-tcs.bin", true);
+    H245(state, "H245_TCS_Translate", "h323/synth-h245-tcs.bin", true);
 }
-BENCHMARK(BM_H245_TCS_Translate);
+BENCHMARK(BM_H245_TCS_Translate)->Apply(bench::FixedIterations);
 
 // RAS RegistrationRequest with the host translating its call-signalling address.
 void TranslateAddr(void*, int, const sockaddr_type*, sockaddr_type* replacement, void** mapping) {
@@ -225,9 +262,10 @@ void TranslateAddr(void*, int, const sockaddr_type*, sockaddr_type* replacement,
 }
 
 void BM_RasRRQ_Decode(benchmark::State& state) {
-    DecodeOnly<H323_MESSAGES::RasMessage>(state, bench::ReadData("modules/synth-ras_rrq-ras.bin"));
+    DecodeOnly<H323_MESSAGES::RasMessage>(state, "RasRRQ_Decode",
+                                          bench::ReadData("modules/synth-ras_rrq-ras.bin"));
 }
-BENCHMARK(BM_RasRRQ_Decode);
+BENCHMARK(BM_RasRRQ_Decode)->Apply(bench::FixedIterations);
 
 void BM_RasRRQ_Translate(benchmark::State& state) {
     const Bytes rrq = bench::ReadData("modules/synth-ras_rrq-ras.bin");
@@ -239,17 +277,22 @@ void BM_RasRRQ_Translate(benchmark::State& state) {
         h323xlate_ras_create(nullptr, &addresses.originator, &addresses.destination,
                              &addresses.announcedOriginator, &addresses.announcedDestination);
     Bytes out(4096);
-    bench::AllocationMeter meter(state);
-    for (auto _ : state) {
+    const auto once = [&] {
         unsigned length = unsigned(out.size());
         int status;
         benchmark::DoNotOptimize(h323xlate_ras_translatepdu(
             ras, 1, rrq.data(), unsigned(rrq.size()), out.data(), &length, &status));
+        return length;
+    };
+    if (bench::ExpectOutput(state, "RasRRQ_Translate", out, once())) {
+        bench::AllocationMeter meter(state);
+        for (auto _ : state)
+            once();
+        meter.Finish();
     }
-    meter.Finish();
     h323xlate_ras_destroy(ras);
 }
-BENCHMARK(BM_RasRRQ_Translate);
+BENCHMARK(BM_RasRRQ_Translate)->Apply(bench::FixedIterations);
 
 // Memory a call context holds: the object itself and what it keeps on the heap after the
 // fast-start SETUP (the decoded message, the kept information elements).

@@ -26,6 +26,13 @@ struct SipFixture {
         return sipxlate_udp_translate(connection, 1, message.data(), unsigned(message.size()),
                                       out.data(), &length, 1);
     }
+    bool Expect(benchmark::State& state, const char* name,
+                const std::vector<unsigned char>& message) {
+        unsigned length = unsigned(out.size());
+        sipxlate_udp_translate(connection, 1, message.data(), unsigned(message.size()), out.data(),
+                               &length, 1);
+        return bench::ExpectOutput(state, name, out, length);
+    }
 };
 
 // The INVITE of a dialog the translator already knows (a retransmission, or the steady cost of
@@ -33,24 +40,28 @@ struct SipFixture {
 void BM_SipInvite(benchmark::State& state) {
     SipFixture f;
     f.Translate(f.invite);
+    if (!f.Expect(state, "SipInvite", f.invite))
+        return;
     bench::AllocationMeter meter(state);
     for (auto _ : state)
         benchmark::DoNotOptimize(f.Translate(f.invite));
     meter.Finish();
 }
-BENCHMARK(BM_SipInvite);
+BENCHMARK(BM_SipInvite)->Apply(bench::FixedIterations);
 
 // The 200 OK answer with SDP.
 void BM_SipInvite200(benchmark::State& state) {
     SipFixture f;
     f.Translate(f.invite);
     f.Translate(f.ok);
+    if (!f.Expect(state, "SipInvite200", f.ok))
+        return;
     bench::AllocationMeter meter(state);
     for (auto _ : state)
         benchmark::DoNotOptimize(f.Translate(f.ok));
     meter.Finish();
 }
-BENCHMARK(BM_SipInvite200);
+BENCHMARK(BM_SipInvite200)->Apply(bench::FixedIterations);
 
 // Memory the translator keeps per dialog: dialogs whose INVITE is never answered stay in the
 // table by design, so this is also the growth rate of a table fed by abandoned calls.

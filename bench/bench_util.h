@@ -1,4 +1,6 @@
-// Shared pieces of the benchmarks: test data, addresses, a minimal host and allocation counters.
+// Shared pieces of the benchmarks: test data, addresses, a minimal host, allocation counters, the
+// check of each benchmarked message's output against its expected bytes, and fixed iteration
+// counts for instruction counting.
 #ifndef VOIPFILTER_BENCH_BENCH_UTIL_H
 #define VOIPFILTER_BENCH_BENCH_UTIL_H
 
@@ -71,6 +73,46 @@ inline void InstallMinimalHost() {
     voipxlate_setfunction(VOIPXLATE_CLOSE_RTP_CHANNEL,
                           reinterpret_cast<voipxlate_function>(&CloseChannel));
     voipxlate_setfunction(VOIPXLATE_ALLOW_CODEC, reinterpret_cast<voipxlate_function>(&AllowCodec));
+}
+
+// Before a benchmark measures anything it checks that the message it measures still comes out
+// as committed in bench/expected/<name>.hex (what goes out on the wire must not change by one bit
+// for the sake of speed). VOIPFILTER_UPDATE_GOLDENS=1 writes the file instead.
+inline bool ExpectOutput(benchmark::State& state, const std::string& name,
+                         const unsigned char* data, size_t size) {
+    static const char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (size_t i = 0; i < size; ++i) {
+        hex += digits[data[i] >> 4];
+        hex += digits[data[i] & 15];
+        hex += (i % 32 == 31 || i + 1 == size) ? '\n' : ' ';
+    }
+    const std::string path = std::string(VOIPFILTER_BENCH_EXPECTED_DIR) + "/" + name + ".hex";
+    const char* update = std::getenv("VOIPFILTER_UPDATE_GOLDENS");
+    if (update != nullptr && update[0] == '1') {
+        std::ofstream(path, std::ios::binary) << hex;
+        return true;
+    }
+    std::ifstream in(path, std::ios::binary);
+    const std::string expected((std::istreambuf_iterator<char>(in)),
+                               std::istreambuf_iterator<char>());
+    if (expected == hex)
+        return true;
+    state.SkipWithError(("output differs from " + path).c_str());
+    return false;
+}
+
+inline bool ExpectOutput(benchmark::State& state, const std::string& name,
+                         const std::vector<unsigned char>& bytes, size_t size) {
+    return ExpectOutput(state, name, bytes.data(), size);
+}
+
+// Registration hook of every per-message benchmark: with VOIPFILTER_BENCH_ITERATIONS=N in the
+// environment each runs exactly N iterations, once, so that two runs under callgrind with
+// different N give the exact instruction count of one message (scripts/bench.sh).
+inline void FixedIterations(benchmark::internal::Benchmark* b) {
+    if (const char* n = std::getenv("VOIPFILTER_BENCH_ITERATIONS"))
+        b->Iterations(std::atoll(n));
 }
 
 // Reports heap allocations per iteration between construction and Finish().
