@@ -74,27 +74,6 @@ TEST(Reassembly, SegmentsInEveryOrder) {
     }
 }
 
-TEST(Reassembly, BytesBeforeTheStartAreCut) {
-    TcpReassembler stream;
-    stream.start(1000);
-    Bytes delivered;
-    Bytes data = BytesOf("xxabc");
-    EXPECT_EQ(stream.add(998, data.data(), data.size(), delivered), SegmentVerdict::Overlap);
-    EXPECT_EQ(std::string(delivered.begin(), delivered.end()), "abc");
-    Bytes old = BytesOf("x");
-    EXPECT_EQ(stream.add(990, old.data(), old.size(), delivered), SegmentVerdict::BeforeStart);
-    EXPECT_EQ(stream.offsetOf(999), -1);
-}
-
-TEST(Reassembly, FirstSegmentStartsAStreamWithoutSyn) {
-    TcpReassembler stream;
-    Bytes delivered;
-    Bytes data = BytesOf("abc");
-    EXPECT_EQ(stream.add(5000, data.data(), data.size(), delivered), SegmentVerdict::InOrder);
-    EXPECT_TRUE(stream.started());
-    EXPECT_EQ(stream.firstSequence(), 5000u);
-}
-
 TEST(Tpkt, FramesSplitAndCombinedAcrossPushes) {
     Bytes stream = tpkt("one");
     Bytes second = tpkt("second");
@@ -119,26 +98,6 @@ TEST(Tpkt, FramesSplitAndCombinedAcrossPushes) {
     EXPECT_EQ(frames[2].start, 17u);
     EXPECT_EQ(framer.pending(), 0u);
     EXPECT_FALSE(framer.broken());
-}
-
-TEST(Tpkt, BadHeadersStopTheFraming) {
-    const Bytes bad[] = {
-        {4, 0, 0, 8, 1, 2, 3, 4}, // version 4
-        {3, 1, 0, 8, 1, 2, 3, 4}, // reserved byte set
-        {3, 0, 0, 3, 1, 2, 3, 4}, // length below the header's own
-    };
-    for (const Bytes& b : bad) {
-        TpktFramer framer;
-        EXPECT_TRUE(framer.push(0, b.data(), b.size()).empty());
-        EXPECT_TRUE(framer.broken());
-        Bytes good = tpkt("x");
-        EXPECT_TRUE(framer.push(8, good.data(), good.size()).empty());
-    }
-    TpktFramer emptyBody;
-    Bytes header = tpkt("");
-    auto frames = emptyBody.push(0, header.data(), header.size());
-    ASSERT_EQ(frames.size(), 1u);
-    EXPECT_EQ(frames[0].bytes.size(), 4u);
 }
 
 // The stream "aaaaBBBBBBcc" with the B message [4, 10) replaced by "XYZ" (3 bytes shorter).

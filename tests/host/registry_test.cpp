@@ -43,12 +43,6 @@ TEST_F(Registry, IndicesOutsideTheTableChangeNothing) {
     }
 }
 
-TEST_F(Registry, SetLogLevelReturnsTheLevelStored) {
-    EXPECT_EQ(voipxlate_setloglevel(3), 3);
-    EXPECT_EQ(VoIPTranslator::Current().LogLevel(), 3);
-    EXPECT_EQ(voipxlate_setloglevel(-7), -7);
-}
-
 TEST_F(Registry, LineIsSentOnlyAtOrAboveItsLevel) {
     LogCapture capture(2);
     void* context = &g_composed;
@@ -61,13 +55,10 @@ TEST_F(Registry, LineIsSentOnlyAtOrAboveItsLevel) {
     EXPECT_EQ(LogCapture::lines()[0].file, "src/libs/voipfilter/sip_xlate");
     EXPECT_EQ(LogCapture::lines()[0].context, context);
     EXPECT_EQ(LogCapture::lines()[1].text, "two\n");
-}
-
-TEST_F(Registry, NoEndOfLineVariantSendsTheTextAsComposed) {
-    LogCapture capture(5);
-    VF_LOG_NOEOL(nullptr, logsource::kH225, 5) << "H.225\t get header value from PDU \n";
-    ASSERT_EQ(LogCapture::lines().size(), 1u);
-    EXPECT_EQ(LogCapture::lines()[0].text, "H.225\t get header value from PDU \n");
+    // The variant without a line end sends the text as composed.
+    VF_LOG_NOEOL(nullptr, logsource::kH225, 2) << "H.225\t get header value from PDU \n";
+    ASSERT_EQ(LogCapture::lines().size(), 3u);
+    EXPECT_EQ(LogCapture::lines()[2].text, "H.225\t get header value from PDU \n");
 }
 
 TEST_F(Registry, NothingIsComposedWhenNoLineIsSent) {
