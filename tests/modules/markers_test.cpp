@@ -49,6 +49,7 @@ TEST(Markers, DescriptorsOfTheTypesTheTranslatorsWalk) {
     Render(out, "ResponseMessage", MSC::ResponseMessage::theInfo);
     Render(out, "CommandMessage", MSC::CommandMessage::theInfo);
     Render(out, "IndicationMessage", MSC::IndicationMessage::theInfo);
+    Render(out, "DataType", MSC::DataType::theInfo);
     Render(out, "AudioCapability", MSC::AudioCapability::theInfo);
     Render(out, "VideoCapability", MSC::VideoCapability::theInfo);
     Render(out, "DataApplicationCapability.application",
