@@ -19,10 +19,6 @@ const void* const recInfos[] = {&Int0to255::theInfo, &BOOLEAN::theInfo, &IA5Stri
 const int recIds[] = {-1, 0, 0, 0};
 const char* const recNames[] = {"a", "b", "c", "d"};
 
-const void* const pairInfos[] = {&INTEGER::theInfo, &BOOLEAN::theInfo};
-const int pairIds[] = {-1, -1};
-const char* const pairNames[] = {"a", "b"};
-
 const void* const bareInfos[] = {&Int0to255::theInfo, &BOOLEAN::theInfo};
 const int bareIds[] = {-1, 0};
 const char* const bareNames[] = {"x", "y"};
@@ -44,8 +40,6 @@ const SEQUENCE::InfoType emptySeqInfo = {&SEQUENCE::create, 16, false,  nullptr,
                                          nullptr,           0,  nullptr};
 const SEQUENCE::InfoType recInfo = {&SEQUENCE::create, 16, true,    recInfos, recIds, 2, 2, 1,
                                     nullptr,           0,  recNames};
-const SEQUENCE::InfoType pairInfo = {&SEQUENCE::create, 16, false,    pairInfos, pairIds, 2, 0, 0,
-                                     nullptr,           0,  pairNames};
 const SEQUENCE::InfoType bareInfo = {&SEQUENCE::create, 16, false,    bareInfos, bareIds, 2, 0, 1,
                                      nullptr,           0,  bareNames};
 const SEQUENCE::InfoType extsInfo = {&SEQUENCE::create, 16, true,     extsInfos, extsIds, 0, 2, 0,
@@ -157,6 +151,7 @@ const void* TypeNamed(const std::string& name) {
         {"open type", &OpenData::theInfo},
         {"open INTEGER (0..255)", &OpenByte::theInfo},
         {"PersonnelRecord", &recordInfo},
+        {"Msg", &msgInfo},
     };
     const auto found = types.find(name);
     return found == types.end() ? nullptr : found->second;

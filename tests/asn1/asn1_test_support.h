@@ -67,8 +67,6 @@ extern const SEQUENCE::InfoType emptySeqInfo;
 
 // --- Rec ::= SEQUENCE { a INTEGER (0..255), b BOOLEAN OPTIONAL, ..., c IA5String, d Empty } --
 extern const SEQUENCE::InfoType recInfo;
-// --- Pair ::= SEQUENCE { a INTEGER, b BOOLEAN } (printing) -----------------------------------
-extern const SEQUENCE::InfoType pairInfo;
 // --- Bare ::= SEQUENCE { x INTEGER (0..255), y BOOLEAN OPTIONAL } (not extendable) -----------
 extern const SEQUENCE::InfoType bareInfo;
 // --- Exts ::= SEQUENCE { ..., e1 INTEGER (0..255), e2 INTEGER (0..255) } ----------------------

