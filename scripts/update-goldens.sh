@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Rewrites the golden files (under tests/data and tools/*/tests/data) from what the code does now and shows the difference.
-# Run it after a deliberate change of behaviour, read the diff, and commit the data with the code.
+# Rewrites the golden files (under tests/data and tools/*/tests/data) from what the code does now
+# and shows the difference. Run it after a deliberate change of behaviour, read the diff, and
+# commit the data with the code.
 # Usage: scripts/update-goldens.sh [CTEST-REGEX]   (default: every test but the network-namespace one)
 set -euo pipefail
 cd "$(dirname "$0")/.."
