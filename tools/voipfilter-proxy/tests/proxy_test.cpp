@@ -3,8 +3,9 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <fstream>
 #include <set>
+#include <sstream>
 #include <string>
 
 #include "config.h"
@@ -37,34 +38,53 @@ TEST(Config, FileThenCommandLine) {
     EXPECT_EQ(endpointText(config.h323Peer[Inside]), "10.0.0.9:1721");
 }
 
-TEST(Config, Errors) {
-    const struct {
-        const char* text;
-        const char* error;
-    } rows[] = {
-        {"log_level = 6", "line 1: log_level expects a level from 0 to 5 (got '6')"},
-        {"\nbogus = 1", "line 2: unknown setting 'bogus'"},
-        {"inside_address", "line 1: expected key = value"},
-        {"inside_address = 10.0.0", "line 1: inside_address expects an IPv4 address (got "
-                                    "'10.0.0')"},
-        {"sip_peer_outside = 1.2.3.4:0",
-         "line 1: sip_peer_outside expects an IPv4 address with an optional :PORT (got "
-         "'1.2.3.4:0')"},
-        {"media_ports = 20000-20002",
-         "line 1: media_ports expects LOW-HIGH, from 1024 up, at least four ports (got "
-         "'20000-20002')"},
-        {"media_timeout = 0",
-         "line 1: media_timeout expects a number of seconds (1 or more) (got '0')"},
-        {"sip_port = 70000", "line 1: sip_port expects a port from 1 to 65535 (got '70000')"},
-    };
-    for (const auto& row : rows) {
+// \r, \n and \xHH as the octets they stand for.
+std::string Unescape(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            out += text[i];
+        } else if (text[++i] == 'x') {
+            out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            out += text[i] == 'r' ? '\r' : '\n';
+        }
+    }
+    return out;
+}
+
+TEST(Cases, ConfigErrorsAndSipSummaries) {
+    std::ifstream file(VOIPFILTER_TEST_DATA_DIR "/proxy/cases.tsv");
+    ASSERT_TRUE(file.good());
+    for (std::string line; std::getline(file, line);) {
+        std::istringstream cells(line);
+        std::string kind, input, expected;
+        std::getline(cells, kind, '\t');
+        std::getline(cells, input, '\t');
+        std::getline(cells, expected, '\t');
+        const std::string text = Unescape(input);
         Config config;
-        EXPECT_EQ(applyConfigText(config, row.text), row.error) << row.text;
+        if (kind == "config") {
+            EXPECT_EQ(expected, applyConfigText(config, text)) << line;
+        }
+        if (kind != "sip")
+            continue;
+        SipSummary summary = summarizeSip(text.data(), text.size());
+        EXPECT_EQ(Unescape(expected), std::string(summary.valid ? "valid|" : "invalid|") +
+                                          (summary.response ? "response|" : "request|") +
+                                          std::to_string(summary.status) + "|" + summary.method +
+                                          "|" + summary.callId)
+            << line;
     }
     Config config;
     EXPECT_EQ(validateConfig(config), "no inside address (set inside_address or inside_interface)");
     const char* argv[] = {"voipfilter-proxy", "--log-level"};
     EXPECT_EQ(parseCommandLine(2, argv).error, "--log-level needs a value");
+    std::string end = dialogEndMessage("c1@h");
+    SipSummary summary = summarizeSip(end.data(), end.size());
+    EXPECT_TRUE(summary.valid && summary.response && summary.method == "BYE");
+    EXPECT_EQ(summary.callId, "c1@h");
 }
 
 TEST(PortPool, PairsAreEvenAndPortsComeBackLast) {
@@ -165,39 +185,6 @@ TEST(RelayBook, FailuresGiveThePortsBackAndIdleRelaysExpire) {
     EXPECT_EQ(book.size(), 0u);
     EXPECT_EQ(pool.inUse(), 0u);
     EXPECT_FALSE(book.close(handle)); // the library may still close it later
-}
-
-TEST(SipSummary, RoutingFields) {
-    const struct {
-        const char* text;
-        bool valid;
-        bool response;
-        int status;
-        const char* method;
-        const char* callId;
-    } rows[] = {
-        {"INVITE sip:b@x SIP/2.0\r\nCall-ID: abc@h\r\nCSeq: 1 INVITE\r\n\r\nv=0\r\n", true, false,
-         0, "INVITE", "abc@h"},
-        {"SIP/2.0 200 OK\r\ni:  k1 \r\ncseq: 2 bye\r\n\r\n", true, true, 200, "BYE", "k1"},
-        {"bye sip:b@x SIP/2.0\ncall-id:z\n", true, false, 0, "BYE", "z"},
-        // The body's lines are not headers.
-        {"OPTIONS sip:b SIP/2.0\r\n\r\nCall-ID: body\r\n", false, false, 0, "OPTIONS", ""},
-        {"SIP/2.0 20 OK\r\nCall-ID: a\r\n", false, true, 0, "", ""},
-        {"", false, false, 0, "", ""},
-        {"\x01\x02\x03\x04", false, false, 0, "\x01\x02\x03\x04", ""},
-    };
-    for (const auto& row : rows) {
-        SipSummary summary = summarizeSip(row.text, std::strlen(row.text));
-        EXPECT_EQ(summary.valid, row.valid) << row.text;
-        EXPECT_EQ(summary.response, row.response) << row.text;
-        EXPECT_EQ(summary.status, row.status) << row.text;
-        EXPECT_EQ(summary.method, row.method) << row.text;
-        EXPECT_EQ(summary.callId, row.callId) << row.text;
-    }
-    std::string end = dialogEndMessage("c1@h");
-    SipSummary summary = summarizeSip(end.data(), end.size());
-    EXPECT_TRUE(summary.valid && summary.response && summary.method == "BYE");
-    EXPECT_EQ(summary.callId, "c1@h");
 }
 
 TEST(Tpkt, FramesAcrossAndWithinChunks) {
