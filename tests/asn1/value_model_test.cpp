@@ -81,7 +81,7 @@ TEST(Sequence, ComparisonStopsAtRootDifferencesButMasksExtensionOnes) {
     static_cast<INTEGER&>(*y.includeOptionalField(0, 0)) = 2;
     static_cast<INTEGER&>(*x.includeOptionalField(1, 1)) = 9;
     static_cast<INTEGER&>(*y.includeOptionalField(1, 1)) = 9;
-    EXPECT_EQ(0, x.compare(y)); // only the last extension counts, by design of the comparison
+    EXPECT_EQ(0, x.compare(y)); // deliberately, only the last extension counts
     static_cast<INTEGER&>(*y.getField(1)) = 10;
     EXPECT_LT(x.compare(y), 0);
 
