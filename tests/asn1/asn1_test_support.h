@@ -22,27 +22,19 @@ inline std::vector<char> fromHex(const std::string& hex) {
     return FromHex<std::vector<char>>(hex);
 }
 
-inline std::string stripBlanks(std::string s) {
-    std::string out;
-    for (char c : s)
-        if (c != ' ')
-            out += c;
-    return out;
-}
-
-// Aligned encoding as hex; "FAIL:" and what was written when the encoder reports failure.
-inline std::string encodeHex(const AbstractData& value) {
+// Encoding as hex; "FAIL:" and what was written when the encoder reports failure.
+inline std::string encodeHex(const AbstractData& value, bool aligned = true) {
     std::vector<char> out;
-    PEREncoder encoder(out, true);
+    PEREncoder encoder(out, aligned);
     const bool ok = value.accept(encoder);
     return (ok ? "" : "FAIL:") + Hex(out);
 }
 
 // Decodes from an exactly sized heap copy, so that a read past the end is seen by ASan.
-inline bool decodeBytes(const std::vector<char>& bytes, AbstractData& value) {
+inline bool decodeBytes(const std::vector<char>& bytes, AbstractData& value, bool aligned = true) {
     std::unique_ptr<char[]> exact(new char[bytes.size()]);
     std::copy(bytes.begin(), bytes.end(), exact.get());
-    PERDecoder decoder(exact.get(), exact.get() + bytes.size(), nullptr, true);
+    PERDecoder decoder(exact.get(), exact.get() + bytes.size(), nullptr, aligned);
     return value.accept(decoder);
 }
 
@@ -75,8 +67,6 @@ extern const SEQUENCE::InfoType emptySeqInfo;
 
 // --- Rec ::= SEQUENCE { a INTEGER (0..255), b BOOLEAN OPTIONAL, ..., c IA5String, d Empty } --
 extern const SEQUENCE::InfoType recInfo;
-// --- Pair ::= SEQUENCE { a INTEGER, b BOOLEAN } (printing) -----------------------------------
-extern const SEQUENCE::InfoType pairInfo;
 // --- Bare ::= SEQUENCE { x INTEGER (0..255), y BOOLEAN OPTIONAL } (not extendable) -----------
 extern const SEQUENCE::InfoType bareInfo;
 // --- Exts ::= SEQUENCE { ..., e1 INTEGER (0..255), e2 INTEGER (0..255) } ----------------------
@@ -86,8 +76,17 @@ extern const SEQUENCE::InfoType extsInfo;
 extern const SEQUENCE_OF_Base::InfoType treeInfo;
 extern const CHOICE::InfoType nodeInfo;
 
+// --- Msg ::= SEQUENCE { rec Rec, nodes SEQUENCE OF NULL, pick CHOICE {..., ...}, oid OBJECT
+//   IDENTIFIER, name BMPString, open INTEGER (0..255) in an open type, digits DialedDigits,
+//   tail INTEGER (0..255) }: one of every kind, for the truncation and corruption tests
+extern const SEQUENCE::InfoType msgInfo;
+
 // --- Permitted alphabet: IA5String (SIZE (1..128)) (FROM ("0123456789#*,")) -----------------
 extern const AbstractString::InfoType dialedDigitsInfo;
+
+// The descriptor of a type of the vector table (tests/data/asn1/per.tsv) by its name there; null
+// for a name it does not know.
+const void* TypeNamed(const std::string& name);
 
 } // namespace asn1test
 

@@ -1,7 +1,6 @@
-// Misuse of the value model aborts with the C library's assertion message, in every build type.
+// Misuse of the value model and the codec aborts with the C library's assertion message, in every
+// build type: one case for each assertion text.
 #include "asn1_test_support.h"
-
-#include "asn1/asn_codec.h"
 
 #include <gtest/gtest.h>
 
@@ -29,10 +28,8 @@ TEST(AssertionDeathTest, MessageHasTheCLibraryFormat) {
 TEST(AssertionDeathTest, ValueModelMisuse) {
     SEQUENCE bare(&bareInfo);
     EXPECT_DEATH(bare.includeOptionalField(1, 1), assertion("extendable()"));
-    EXPECT_DEATH(bare.removeOptionalField(3), assertion("extendable()"));
     SEQUENCE rec(&recInfo);
     EXPECT_DEATH(rec = bare, assertion("info_ == that.info_"));
-    EXPECT_DEATH(rec.compare(bare), assertion("info_ == that.info_"));
     CHOICE a(&choice3Info);
     CHOICE b(&choiceExtInfo);
     EXPECT_DEATH(a = b, assertion("info_ == other.info_"));
@@ -44,16 +41,8 @@ TEST(AssertionDeathTest, ValueModelMisuse) {
     EXPECT_DEATH(Null().compare(BOOLEAN()), assertion("typeid(other) == typeid(Null)"));
     PlainNull plain;
     EXPECT_DEATH(plain.clone(), assertion("typeid(*this) == typeid(Null)"));
-}
-
-TEST(AssertionDeathTest, ConstrainedIntegerAssignmentChecksTheRange) {
     Constrained_INTEGER<(ConstraintType)2, 1, 65535u> port;
     EXPECT_DEATH(port = 0, assertion("isValid()"));
-    port = 65535;
-    EXPECT_EQ(65535, port.getValue());
-}
-
-TEST(AssertionDeathTest, WalkOverAMissingMandatoryField) {
     // A descriptor whose field cannot be created leaves the slot empty.
     const void* const infos[] = {nullptr};
     const int ids[] = {-1};
@@ -66,8 +55,7 @@ TEST(AssertionDeathTest, WalkOverAMissingMandatoryField) {
 
 TEST(AssertionDeathTest, CodecAborts) {
     // Unconstrained lengths of 8192 and more cannot be written.
-    OCTET_STRING big(8192, 'x');
-    EXPECT_DEATH(encodeHex(big), assertion("len < 0x2000"));
+    EXPECT_DEATH(encodeHex(OCTET_STRING(8192, 'x')), assertion("len < 0x2000"));
     // A typed open type must hold its value.
     Constrained_OpenData<Int0to255> open;
     open.set_data(nullptr);
@@ -76,10 +64,6 @@ TEST(AssertionDeathTest, CodecAborts) {
     std::vector<char> out;
     PEREncoder unaligned(out, false);
     EXPECT_DEATH(unaligned.encodeLength(1, 0, 0x10000), assertion("upper - lower < 0x10000"));
-    const char in[] = {0, 0, 0};
-    PERDecoder decoder(in, in + 3, nullptr, false);
-    unsigned length;
-    EXPECT_DEATH(decoder.decodeLength(0, 0x10000, length), assertion("upper - lower < 0x10000"));
 }
 
 // The strict checker's INTEGER entry asks the whole-tree check of the same value again, which never

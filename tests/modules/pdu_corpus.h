@@ -1,4 +1,4 @@
-// Test helper: the PDUs of tests/data/modules (see its README).
+// Test helper: the PDUs of tests/data/modules (see its README), listed in its pdus.tsv.
 #ifndef VOIPFILTER_TESTS_MODULES_PDU_CORPUS_H
 #define VOIPFILTER_TESTS_MODULES_PDU_CORPUS_H
 
@@ -14,14 +14,23 @@ namespace modtest {
 struct Pdu {
     std::string file; // name within tests/data/modules
     std::string kind; // "uuie", "ras" or "h245"
-    std::string note;
     Bytes bytes;
 };
 
-// Every PDU listed in pdus.tsv, in its order; an empty vector when the index cannot be read.
-std::vector<Pdu> LoadCorpus();
-// One PDU by file name; its bytes are empty when the file is missing.
-Pdu LoadPdu(const std::string& file);
+inline Pdu LoadPdu(const std::string& file, const std::string& kind = "") {
+    return Pdu{file, kind, ReadFile(DataFile("modules/" + file))};
+}
+
+// Every PDU of pdus.tsv (file, kind, source, where), in its order.
+inline std::vector<Pdu> LoadCorpus() {
+    std::vector<Pdu> pdus;
+    for (const std::string& line : SplitLines(ReadText(DataFile("modules/pdus.tsv")))) {
+        const std::vector<std::string> cells = SplitLines(line, '\t');
+        if (cells.size() >= 2 && line[0] != '#')
+            pdus.push_back(LoadPdu(cells[0], cells[1]));
+    }
+    return pdus;
+}
 
 // Calls f with a null pointer to the message type of the kind: H323_UserInformation,
 // RasMessage or MultimediaSystemControlMessage.

@@ -50,6 +50,33 @@ def read_exact(sock, count):
     return data
 
 
+def tcp_listener(ip, port, backlog=1):
+    listener = socket.socket()
+    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    listener.bind((ip, port))
+    listener.listen(backlog)
+    listener.settimeout(10)
+    return listener
+
+
+def accept(listener):
+    conn = listener.accept()[0]
+    conn.settimeout(5)
+    return conn
+
+
+def udp_socket(ip, port, timeout=None):
+    sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    sock.bind((ip, port))
+    sock.settimeout(timeout)
+    return sock
+
+
+def read_bytes(path):
+    with open(path, 'rb') as f:
+        return f.read()
+
+
 def load_call(spec):
     """A call: FILE[,CAPTURED_CALLER_IP,CAPTURED_CALLEE_IP]; .txt transcripts, or a lone SETUP
     (.tpkt.bin with its TPKT header, .q931.bin without)."""
@@ -61,7 +88,7 @@ def load_call(spec):
             frame, side, channel, hexdata = line.split()
             lines.append((side, channel, bytes.fromhex(hexdata)))
     else:
-        data = open(path, 'rb').read()
+        data = read_bytes(path)
         if path.endswith('.tpkt.bin'):
             data = data[4:]
         lines = [('O', 'h225', data)]
@@ -75,74 +102,46 @@ def substitute(data, captured, actual):
     return data
 
 
-def h323_caller(args):
-    proxy_ip = socket.inet_aton(args.proxy)
-    actual = [socket.inet_aton(args.me), socket.inet_aton(args.peer)]
+def announced_port(frames, proxy_ip):
+    """The relay port after the proxy's own address, as the CONNECT now announces it."""
+    for frame in frames:
+        at = frame.find(proxy_ip)
+        if at >= 0 and at + 6 <= len(frame):
+            return struct.unpack('>H', frame[at + 4:at + 6])[0]
+    raise IOError('no H.245 address of the proxy in the messages received')
+
+
+def h323_end(args):
+    """Plays one end of each call: the caller connects to the proxy and finds the H.245 address
+    it announces; the callee listens on 1720 and on the H.245 port its captured CONNECT names."""
+    caller = args.role == 'h323-caller'
+    me, peer = socket.inet_aton(args.me), socket.inet_aton(args.peer)
+    actual = [me, peer] if caller else [peer, me]
+    listener = None if caller else tcp_listener(args.me, 1720, 8)
     for spec in args.calls:
         lines, captured = load_call(spec)
-        call = socket.create_connection((args.proxy, 1720), timeout=5)
+        h245_listener = None
+        if not caller and any(channel == 'h245' for _, channel, _ in lines):
+            h245_listener = tcp_listener(args.me, args.h245_port)
+        call = socket.create_connection((args.proxy, 1720), timeout=5) if caller else accept(
+            listener)
         h245 = None
         received = []
         for side, channel, data in lines:
             if channel == 'h245' and h245 is None:
-                # The proxy's own address with the relay port, as the CONNECT now announces it.
-                for frame in received:
-                    at = frame.find(proxy_ip)
-                    if at >= 0 and at + 6 <= len(frame):
-                        port = struct.unpack('>H', frame[at + 4:at + 6])[0]
-                        break
-                else:
-                    raise IOError('no H.245 address of the proxy in the messages received')
-                h245 = socket.create_connection((args.proxy, port), timeout=5)
+                h245 = (socket.create_connection(
+                    (args.proxy, announced_port(received, socket.inet_aton(args.proxy))),
+                    timeout=5) if caller else accept(h245_listener))
             sock = call if channel == 'h225' else h245
-            if side == 'O':
+            if (side == 'O') == caller:
                 sock.sendall(tpkt(substitute(data, captured, actual)))
             else:
                 received.append(read_frame(sock))
-        for sock in (h245, call):
-            if sock is not None:
-                sock.close()
-        print('caller: %s played, %d messages received' % (os.path.basename(spec.split(',')[0]),
-                                                             len(received)))
-
-
-def h323_callee(args):
-    actual = [socket.inet_aton(args.peer), socket.inet_aton(args.me)]
-    listener = socket.socket()
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind((args.me, 1720))
-    listener.listen(8)
-    listener.settimeout(10)
-    for spec in args.calls:
-        lines, captured = load_call(spec)
-        h245_listener = None
-        if any(channel == 'h245' for _, channel, _ in lines):
-            # The captured CONNECT announces the callee's H.245 port: listen there.
-            h245_port = args.h245_port
-            h245_listener = socket.socket()
-            h245_listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-            h245_listener.bind((args.me, h245_port))
-            h245_listener.listen(1)
-            h245_listener.settimeout(10)
-        call, _ = listener.accept()
-        call.settimeout(5)
-        h245 = None
-        received = 0
-        for side, channel, data in lines:
-            if channel == 'h245' and h245 is None:
-                h245, _ = h245_listener.accept()
-                h245.settimeout(5)
-            sock = call if channel == 'h225' else h245
-            if side == 'D':
-                sock.sendall(tpkt(substitute(data, captured, actual)))
-            else:
-                read_frame(sock)
-                received += 1
         for sock in (h245, call, h245_listener):
             if sock is not None:
                 sock.close()
-        print('callee: %s played, %d messages received' % (os.path.basename(spec.split(',')[0]),
-                                                             received))
+        print('%s: %s played, %d messages received' % (
+            'caller' if caller else 'callee', os.path.basename(spec.split(',')[0]), len(received)))
 
 
 # The RAS exchange, from captures in tests/data/ras: a Tandberg endpoint's RegistrationRequest
@@ -155,20 +154,12 @@ def ras_endpoint(args):
     address, and registers again to be rejected."""
     captured = [RAS_ENDPOINT, RAS_GATEKEEPER]
     actual = [socket.inet_aton(args.me), socket.inet_aton(args.proxy)]
-    rrq = substitute(open(os.path.join(args.data, 'ndpi-h323-071-3.bin'), 'rb').read(),
-                     captured, actual)
-    listener = socket.socket()
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind((args.me, 1720))
-    listener.listen(1)
-    listener.settimeout(10)
-    ras = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    ras.bind((args.me, 1719))
-    ras.settimeout(5)
+    rrq = substitute(read_bytes(os.path.join(args.data, 'ndpi-h323-071-3.bin')), captured, actual)
+    listener = tcp_listener(args.me, 1720)
+    ras = udp_socket(args.me, 1719, 5)
     ras.sendto(rrq, (args.proxy, 1719))
     confirm, _ = ras.recvfrom(65536)
-    call, _ = listener.accept()
-    call.settimeout(5)
+    call = accept(listener)
     setup = read_frame(call)
     call.close()
     ras.sendto(rrq, (args.proxy, 1719))
@@ -183,13 +174,10 @@ def ras_gatekeeper(args):
     rejection nobody listens there."""
     proxy_ip = socket.inet_aton(args.proxy)
     inside = socket.inet_aton(args.peer)
-    confirm = substitute(open(os.path.join(args.data, 'ndpi-h323-072-4.bin'), 'rb').read(),
+    confirm = substitute(read_bytes(os.path.join(args.data, 'ndpi-h323-072-4.bin')),
                          [RAS_GATEKEEPER, RAS_ENDPOINT], [socket.inet_aton(args.me), proxy_ip])
-    reject = open(os.path.join(args.data, 'wireshark-SIP_CALL_RTP_G711-ras-002-5.bin'),
-                  'rb').read()
-    ras = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    ras.bind((args.me, 1719))
-    ras.settimeout(10)
+    reject = read_bytes(os.path.join(args.data, 'wireshark-SIP_CALL_RTP_G711-ras-002-5.bin'))
+    ras = udp_socket(args.me, 1719, 10)
     rrq, source = ras.recvfrom(65536)
     if inside in rrq:
         raise IOError('the registration carries the inside address')
@@ -200,7 +188,7 @@ def ras_gatekeeper(args):
     mapped = struct.unpack('>H', rrq[at + 4:at + 6])[0]
     ras.sendto(confirm, source)
     call = socket.create_connection((args.proxy, mapped), timeout=5)
-    call.sendall(tpkt(open(args.setup, 'rb').read()))
+    call.sendall(tpkt(read_bytes(args.setup)))
     time.sleep(1)
     call.close()
     rrq, source = ras.recvfrom(65536)
@@ -248,9 +236,7 @@ def sdp_media(message):
 def msrp_caller(args):
     """Calls with a message session (m=message, MSRP over TCP) through the proxy, sends a chunk
     over the TCP connection to the address the answer names, reads it echoed, and hangs up."""
-    sip = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    sip.bind((args.me, 5060))
-    sip.settimeout(5)
+    sip = udp_socket(args.me, 5060, 5)
     proxy = (args.proxy, 5060)
     call_id, via = 'msrp-1@' + args.me, args.me + ':5060'
     sip.sendto(sip_message('INVITE sip:bob@%s SIP/2.0' % args.proxy, call_id, '1 INVITE', 'a1',
@@ -279,29 +265,21 @@ def msrp_caller(args):
 
 def msrp_callee(args):
     """Answers one message-session INVITE, echoes what arrives over MSRP, answers the BYE."""
-    sip = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    sip.bind((args.me, 5060))
-    sip.settimeout(10)
-    listener = socket.socket()
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind((args.me, 7395))
-    listener.listen(1)
-    listener.settimeout(10)
+    sip = udp_socket(args.me, 5060, 10)
+    listener = tcp_listener(args.me, 7395)
     invite, source = sip.recvfrom(65536)
     address, port = sdp_media(invite)
     if address != args.proxy:
         raise IOError('the offer names %s, not the proxy' % address)
-    lines = invite.decode().split('\r\n')
-    via = [l for l in lines if l.startswith('Via:')][0]
-    from_ = [l for l in lines if l.startswith('From:')][0]
-    to = [l for l in lines if l.startswith('To:')][0] + ';tag=b1'
-    call_id = [l for l in lines if l.startswith('Call-ID:')][0]
+    header = {}
+    for line in invite.decode().split('\r\n'):
+        header.setdefault(line.split(':')[0], line)
     body = message_sdp(args.me, 7395)
-    sip.sendto(('SIP/2.0 200 OK\r\n%s\r\n%s\r\n%s\r\n%s\r\nCSeq: 1 INVITE\r\n'
+    sip.sendto(('SIP/2.0 200 OK\r\n%s\r\n%s\r\n%s;tag=b1\r\n%s\r\nCSeq: 1 INVITE\r\n'
                 'Content-Type: application/sdp\r\nContent-Length: %d\r\n\r\n%s'
-                % (via, from_, to, call_id, len(body), body)).encode(), source)
-    stream, _ = listener.accept()
-    stream.settimeout(5)
+                % (header['Via'], header['From'], header['To'], header['Call-ID'], len(body),
+                   body)).encode(), source)
+    stream = accept(listener)
     data = stream.recv(65536)
     stream.sendall(data)
     time.sleep(0.5)
@@ -337,10 +315,10 @@ def flood(args):
     rng = random.Random(1)
     cases = protos_cases(args.protos, args.protos_cases) if args.protos else []
     for name in sorted(os.listdir(args.torture)):
-        cases.append(open(os.path.join(args.torture, name), 'rb').read())
+        cases.append(read_bytes(os.path.join(args.torture, name)))
     setups = [load_call(spec)[0][0][2] for spec in args.setups]
-    sip = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    sip.bind((args.me, 0))
+    sip = udp_socket(args.me, 0)
+    me = args.me.encode()
     end = time.time() + args.seconds
     sent_sip = sent_h323 = 0
     n = 0
@@ -350,14 +328,13 @@ def flood(args):
             message = bytes(rng.getrandbits(8) for _ in range(rng.randint(1, 400)))
         else:
             case = cases[n % len(cases)]
-            message = (case.replace(b'<Call-ID>', b'flood%d' % n)
-                       .replace(b'<From-Address>', args.me.encode())
-                       .replace(b'<From-IP>', args.me.encode())
-                       .replace(b'<To>', b'flood@' + args.proxy.encode())
-                       .replace(b'<From>', b'flood@' + args.me.encode())
-                       .replace(b'<Local-Port>', b'5060').replace(b'<CSeq>', b'1')
-                       .replace(b'<Branch-ID>', b'%d' % n)
-                       .replace(b'<Teardown-Method>', b'BYE'))
+            message = case
+            for field, value in ((b'<Call-ID>', b'flood%d' % n), (b'<From-Address>', me),
+                                 (b'<From-IP>', me), (b'<To>', b'flood@' + args.proxy.encode()),
+                                 (b'<From>', b'flood@' + me), (b'<Local-Port>', b'5060'),
+                                 (b'<CSeq>', b'1'), (b'<Branch-ID>', b'%d' % n),
+                                 (b'<Teardown-Method>', b'BYE')):
+                message = message.replace(field, value)
             message = message.replace(b'<Content-Length>', b'%d' % (len(message) // 8))[:65000]
         try:
             sip.sendto(message, (args.proxy, 5060))
@@ -398,12 +375,8 @@ def sink(args):
     """Takes whatever the proxy passes on of a flood: UDP datagrams on 5060 and TCP connections
     on 1720, read and discarded, for a bounded time."""
     import selectors
-    udp = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-    udp.bind((args.me, 5060))
-    listener = socket.socket()
-    listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    listener.bind((args.me, 1720))
-    listener.listen(128)
+    udp = udp_socket(args.me, 5060)
+    listener = tcp_listener(args.me, 1720, 128)
     selector = selectors.DefaultSelector()
     selector.register(udp, selectors.EVENT_READ)
     selector.register(listener, selectors.EVENT_READ)
@@ -461,7 +434,7 @@ def main():
     p.add_argument('--me', required=True)
     p.add_argument('--seconds', type=int, default=60)
     args = parser.parse_args()
-    {'h323-caller': h323_caller, 'h323-callee': h323_callee, 'flood': flood,
+    {'h323-caller': h323_end, 'h323-callee': h323_end, 'flood': flood,
      'ras-endpoint': ras_endpoint, 'ras-gatekeeper': ras_gatekeeper,
      'msrp-caller': msrp_caller, 'msrp-callee': msrp_callee,
      'sink': sink}[args.role](args)
