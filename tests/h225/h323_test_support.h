@@ -5,15 +5,18 @@
 
 #include "pdu_util.h"
 #include "registry_guard.h"
+#include "transcript.h"
 
 #include <voipfilter/voipfilter.h>
 
 #include <set>
+#include <sstream>
 #include <string>
 #include <vector>
 
-// The host: every callback appends one line to `events`; channels are opened on 192.0.2.100
-// with even RTP ports from 20000 on (RTCP one higher) and handles from 101 on.
+// The host: every callback appends one line to `events` and to the transcript, if one listens;
+// channels are opened on 192.0.2.100 with even RTP ports from 20000 on (RTCP one higher) and
+// handles from 101 on.
 class TestHost {
 public:
     static TestHost& Get() {
@@ -31,20 +34,17 @@ public:
     }
 
     void Install(bool allowCodec = true, bool hold = false) {
-        voipxlate_setfunction(VOIPXLATE_OPEN_RTP_CHANNEL,
-                              reinterpret_cast<voipxlate_function>(&OpenRTP));
-        voipxlate_setfunction(VOIPXLATE_CLOSE_RTP_CHANNEL,
-                              reinterpret_cast<voipxlate_function>(&CloseRTP));
+        auto set = [](int slot, auto function) {
+            voipxlate_setfunction(slot, reinterpret_cast<voipxlate_function>(function));
+        };
+        set(VOIPXLATE_OPEN_RTP_CHANNEL, &OpenRTP);
+        set(VOIPXLATE_CLOSE_RTP_CHANNEL, &CloseRTP);
+        set(VOIPXLATE_OPEN_H245_CHANNEL, &OpenH245);
+        set(VOIPXLATE_TRANSLATE_MEDIA_ADDR, &TranslateMedia);
         if (allowCodec)
-            voipxlate_setfunction(VOIPXLATE_ALLOW_CODEC,
-                                  reinterpret_cast<voipxlate_function>(&AllowCodec));
-        voipxlate_setfunction(VOIPXLATE_OPEN_H245_CHANNEL,
-                              reinterpret_cast<voipxlate_function>(&OpenH245));
-        voipxlate_setfunction(VOIPXLATE_TRANSLATE_MEDIA_ADDR,
-                              reinterpret_cast<voipxlate_function>(&TranslateMedia));
+            set(VOIPXLATE_ALLOW_CODEC, &AllowCodec);
         if (hold)
-            voipxlate_setfunction(VOIPXLATE_CALL_ON_HOLD,
-                                  reinterpret_cast<voipxlate_function>(&OnHold));
+            set(VOIPXLATE_CALL_ON_HOLD, &OnHold);
     }
 
     std::vector<std::string> events;
@@ -57,13 +57,9 @@ public:
     unsigned nextPort = 20000;
     int nextHandle = 101;
 
-    // Events that begin with prefix.
-    std::vector<std::string> Events(const std::string& prefix) const {
-        std::vector<std::string> found;
-        for (const std::string& e : events)
-            if (e.compare(0, prefix.size(), prefix) == 0)
-                found.push_back(e);
-        return found;
+    void Push(const std::string& event) {
+        events.push_back(event);
+        Transcript::Event(event);
     }
 
     // The host context every test call is created with.
@@ -82,9 +78,9 @@ private:
         const sockaddr_type& rtp = direction ? s->forwardRTP : s->reverseRTP;
         const sockaddr_type& rtcp = direction ? s->forwardRTCP : s->reverseRTCP;
         const sockaddr_type& rtpT = direction ? s->forwardRTPTranslated : s->reverseRTPTranslated;
-        h.events.push_back(Ctx(ctx) + "openRTP dir=" + std::to_string(direction) +
-                           " session=" + std::to_string(s->sessionID) + " codec=" + s->codecName +
-                           " rtp=" + Text(rtp) + " rtcp=" + Text(rtcp) + " pre=" + Text(rtpT));
+        h.Push(Ctx(ctx) + "openRTP dir=" + std::to_string(direction) +
+               " session=" + std::to_string(s->sessionID) + " codec=" + s->codecName +
+               " rtp=" + Text(rtp) + " rtcp=" + Text(rtcp) + " pre=" + Text(rtpT));
         if (h.failOpenRTP)
             return -1;
         sockaddr_type& outRTP = direction ? s->forwardRTPTranslated : s->reverseRTPTranslated;
@@ -98,20 +94,20 @@ private:
         return 0;
     }
     static int CloseRTP(void* ctx, int32_t handle, int direction) {
-        Get().events.push_back(Ctx(ctx) + "closeRTP handle=" + std::to_string(handle) +
-                               " dir=" + std::to_string(direction));
+        Get().Push(Ctx(ctx) + "closeRTP handle=" + std::to_string(handle) +
+                   " dir=" + std::to_string(direction));
         return 0;
     }
     static int AllowCodec(void* ctx, int kind, const char* codec) {
         TestHost& h = Get();
-        h.events.push_back(Ctx(ctx) + "allowCodec kind=" + std::to_string(kind) + " " + codec);
+        h.Push(Ctx(ctx) + "allowCodec kind=" + std::to_string(kind) + " " + codec);
         return h.refusedCodecs.count(codec) ? 0 : 1;
     }
     static int OpenH245(void* ctx, int direction, const sockaddr_type* announced,
                         sockaddr_type* replacement) {
         TestHost& h = Get();
-        h.events.push_back(Ctx(ctx) + "openH245 dir=" + std::to_string(direction) + " " +
-                           Text(*announced) + " pre=" + Text(*replacement));
+        h.Push(Ctx(ctx) + "openH245 dir=" + std::to_string(direction) + " " + Text(*announced) +
+               " pre=" + Text(*replacement));
         if (h.failOpenH245)
             return -1;
         *replacement = Addr("192.0.2.100:30000");
@@ -120,9 +116,8 @@ private:
     static int TranslateMedia(void* ctx, int direction, const sockaddr_type* found,
                               sockaddr_type* replacement, void* scratch) {
         TestHost& h = Get();
-        h.events.push_back(Ctx(ctx) + "translateMedia dir=" + std::to_string(direction) + " " +
-                           Text(*found) + " pre=" + Text(*replacement) +
-                           (scratch ? "" : " (no scratch)"));
+        h.Push(Ctx(ctx) + "translateMedia dir=" + std::to_string(direction) + " " + Text(*found) +
+               " pre=" + Text(*replacement) + (scratch ? "" : " (no scratch)"));
         if (h.failTranslateMedia)
             return -1;
         *replacement = Addr("192.0.2.100:40000");
@@ -130,7 +125,7 @@ private:
     }
     static int OnHold(void* ctx, int flag) {
         TestHost& h = Get();
-        h.events.push_back(Ctx(ctx) + "hold " + std::to_string(flag));
+        h.Push(Ctx(ctx) + "hold " + std::to_string(flag));
         return h.holdResult;
     }
 };
@@ -158,6 +153,9 @@ struct CallAddresses {
     sockaddr_type announcedOriginator = Addr("198.51.100.1:1720");
     sockaddr_type announcedDestination = Addr("198.51.100.1:11720");
 };
+
+inline bool DecodeFrame(const Bytes& frame, H225::H323_UserInformation& out);
+inline void* DecodeFrameContext();
 
 // One call through the C API.
 class TestCall {
@@ -209,8 +207,60 @@ public:
         return r;
     }
 
+    // Sends a call signalling PDU and notes the outcome in the transcript: the result, the status
+    // word, the call state, and the PDU sent on (in value notation) when it was rewritten.
+    int Step(Transcript& t, const std::string& what, bool fromOriginator, const Bytes& pdu,
+             Bytes* sentOn = nullptr) {
+        Bytes out;
+        int status = 1234;
+        t.Note("> " + what + (fromOriginator ? " from the originator" : " from the destination"));
+        const int r = Send(fromOriginator, pdu, &out, &status);
+        if (r > 90) // the PDU did not decode
+            t.Note("decode " + std::to_string(r - 100));
+        else
+            t.Note("result " + std::to_string(r) + " status " + std::to_string(status) +
+                   " state " + std::to_string(Info().state));
+        H225::H323_UserInformation sent;
+        if (r == 1 && DecodeFrame(out, sent))
+            t.Note("sent " + sent.asValueNotation());
+        if (sentOn)
+            *sentOn = out;
+        return r;
+    }
+    // The same for the separate H.245 channel.
+    int StepH245(Transcript& t, const std::string& what, bool fromOriginator, const Bytes& pdu,
+                 Bytes* sentOn = nullptr) {
+        Bytes out;
+        t.Note("> H.245 " + what +
+               (fromOriginator ? " from the originator" : " from the destination"));
+        const int r = SendH245(fromOriginator, pdu, &out);
+        t.Note("result " + std::to_string(r));
+        H245::MultimediaSystemControlMessage sent;
+        if (r == 1 && Decode(out, sent))
+            t.Note("sent " + sent.asValueNotation());
+        if (sentOn)
+            *sentOn = out;
+        return r;
+    }
+    // The sessions in use, one line each.
+    void NoteSessions(Transcript& t) {
+        for (const voipxlate_mediasessioninformation& s : Info().sessions) {
+            if (s.flags == 0)
+                continue;
+            std::ostringstream os;
+            os << "session " << s.sessionID << " kind " << s.mediaKind << " codec "
+               << (s.codecName ? s.codecName : "-") << std::hex << " flags 0x" << s.flags
+               << std::dec << " channels " << s.originatorChannel << "/" << s.destinationChannel
+               << "\n  forward " << s.forwardRTP << " " << s.forwardRTCP << " -> "
+               << s.forwardRTPTranslated << " " << s.forwardRTCPTranslated << " handle "
+               << s.forwardUserData << "\n  reverse " << s.reverseRTP << " " << s.reverseRTCP
+               << " -> " << s.reverseRTPTranslated << " " << s.reverseRTCPTranslated << " handle "
+               << s.reverseUserData;
+            t.Note(os.str());
+        }
+    }
+
     voipxlate_callinformation& Info() { return *h323xlate_h225_getcallstatus(handle); }
-    const voipxlate_mediasessioninformation& Session(int i) { return Info().sessions[i]; }
 
     H225TranslatorContext* handle;
 };
