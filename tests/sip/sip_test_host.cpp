@@ -27,6 +27,16 @@ int OpenChannel(int slot, void* context, int direction, voipxlate_mediasessionin
         rtcp = HostAddress(direction, static_cast<uint16_t>(port + 1));
     }
     host.opens.push_back(record);
+    std::ostringstream event;
+    event << (slot == VOIPXLATE_OPEN_RTP_CHANNEL ? "openRTP" : "openIM") << " dir=" << direction
+          << " session=" << session->sessionID << " kind=" << session->mediaKind
+          << " codec=" << (session->codecName ? session->codecName : "-")
+          << " rtp=" << (direction ? session->forwardRTP : session->reverseRTP)
+          << " rtcp=" << (direction ? session->forwardRTCP : session->reverseRTCP)
+          << " pre=" << record.announced << " -> " << rtp << " " << rtcp
+          << " handle=" << record.handle << (context == &host ? "" : " (other context)")
+          << " result=" << host.openResult;
+    Transcript::Event(event.str());
     return host.openResult;
 }
 
@@ -42,21 +52,27 @@ int OpenIm(void* context, int direction, voipxlate_mediasessioninformation* sess
 
 int Close(void* context, int32_t handle, int direction) {
     Host().closes.push_back({context, handle, direction});
+    Transcript::Event("closeRTP handle=" + std::to_string(handle) + " dir=" +
+                      std::to_string(direction) + (context == &Host() ? "" : " (other context)"));
     return 0;
 }
 
 int Allow(void* context, int kind, const char* name) {
     Host().codecs.push_back({context, kind, name});
+    Transcript::Event("allowCodec kind=" + std::to_string(kind) + " " + name);
     return Host().refusedCodecs.count(name) == 0 ? 1 : 0;
 }
 
 void CallInformation(voipxlate_callinformation* info) {
     Host().callInformation.push_back(info);
+    Transcript::Event("callInformation state=" + std::to_string(info->state));
 }
 
 int OnHold(void* context, int flag) {
     EXPECT_EQ(flag, 1);
     Host().holds.push_back(context);
+    Transcript::Event("hold " + std::to_string(flag) +
+                      " result=" + std::to_string(Host().holdResult));
     return Host().holdResult;
 }
 

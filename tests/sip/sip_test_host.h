@@ -8,6 +8,7 @@
 #include "sip_xlate.h"
 #include "sockaddr.h"
 #include "test_util.h"
+#include "transcript.h"
 #include "voip_translator.h"
 
 #include <voipfilter/voipfilter.h>

@@ -56,14 +56,17 @@ private:
         return active;
     }
     // A logged text may span lines (messages in value notation): each goes indented, and the line
-    // end that closes the text shows as \n, so that a missing one is seen.
+    // end that closes the text shows as \n (a carriage return as \r), so that a missing one is
+    // seen.
     static void Record(void* context, const char* file, int, int level, const char* text) {
         if (context != nullptr && context == Ignored())
             return;
         std::string& out = Text();
         out += "  log " + std::to_string(level) + " " + (file ? file : "") + ": ";
         for (const char* c = text ? text : ""; *c != '\0'; ++c) {
-            if (*c != '\n')
+            if (*c == '\r')
+                out += "\\r";
+            else if (*c != '\n')
                 out += *c;
             else
                 out += c[1] != '\0' ? "\n    " : "\\n";
