@@ -1,3 +1,5 @@
+// The text layer under SIP and SDP: the line reader, the header table, URL, tag and branch
+// extraction, the tokeniser, trimming and number reading.
 #include "sip_text.h"
 
 #include <gtest/gtest.h>
