@@ -1,5 +1,5 @@
-// The hardened flavour refuses every hostile message with one level-1 log line that says why, and
-// the call goes on.
+// The hardened flavour refuses every hostile message with one level-1 log line that says why,
+// forgets it, and the call goes on.
 #include "hostile_cases.h"
 #include "log_capture.h"
 
@@ -24,6 +24,15 @@ TEST_P(HardenedFlavourTest, RefusedAndTheCallGoesOn) {
             if (line.text.find("Message refused: " + reason) != std::string::npos)
                 ++refusals;
         EXPECT_EQ(1, refusals);
+    }
+    // The refused message is forgotten straight away: nothing is left to encode or translate.
+    if (c.entry == Entry::H225) {
+        Bytes buffer(65536);
+        unsigned size = static_cast<unsigned>(buffer.size());
+        int status = 0;
+        EXPECT_EQ(0, h323xlate_h225_encodeh225pdu(call.handle, buffer.data(), &size));
+        EXPECT_EQ(0, h323xlate_h225_translateh225pdu(call.handle, true, &status));
+        EXPECT_EQ(-1, status);
     }
     ConfigureHost(MediaHost::Recording);
     const std::string next = Send(c.entry, FollowUp(c.entry), call, out);
