@@ -3,12 +3,18 @@
 #ifndef VOIPFILTER_TESTS_H323_TEST_SUPPORT_H
 #define VOIPFILTER_TESTS_H323_TEST_SUPPORT_H
 
+#include "golden.h"
 #include "pdu_util.h"
 #include "registry_guard.h"
 #include "transcript.h"
 
 #include <voipfilter/voipfilter.h>
 
+#include <dirent.h>
+
+#include <algorithm>
+#include <fstream>
+#include <memory>
 #include <set>
 #include <sstream>
 #include <string>
@@ -218,8 +224,8 @@ public:
         if (r > 90) // the PDU did not decode
             t.Note("decode " + std::to_string(r - 100));
         else
-            t.Note("result " + std::to_string(r) + " status " + std::to_string(status) +
-                   " state " + std::to_string(Info().state));
+            t.Note("result " + std::to_string(r) + " status " + std::to_string(status) + " state " +
+                   std::to_string(Info().state));
         H225::H323_UserInformation sent;
         if (r == 1 && DecodeFrame(out, sent))
             t.Note("sent " + sent.asValueNotation());
@@ -496,6 +502,93 @@ AckParameters(H245::MultimediaSystemControlMessage& m) {
         .ref_openLogicalChannelAck()
         .ref_forwardMultiplexAckParameters()
         .ref_h2250LogicalChannelAckParameters();
+}
+
+// --- Flow files ---------------------------------------------------------------------------------
+
+// The flows of a folder below tests/data (their names without ".flow"), sorted.
+inline std::vector<std::string> FlowNames(const std::string& folder) {
+    std::vector<std::string> names;
+    if (DIR* dir = opendir(DataFile(folder).c_str())) {
+        while (const dirent* entry = readdir(dir)) {
+            const std::string name = entry->d_name;
+            if (name.size() > 5 && name.compare(name.size() - 5, 5, ".flow") == 0)
+                names.push_back(name.substr(0, name.size() - 5));
+        }
+        closedir(dir);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// Plays tests/data/<flow>.flow on calls through the C API and compares the transcript at level
+// 5 with tests/data/<flow>.txt. A flow file has one PDU a line, "LABEL O|D h225|h245 HEX" (from
+// the originator or the destination, on call signalling or the separate H.245 connection, the
+// label's underscores read as blanks), and lines that set the host up for what follows:
+// "call [EXPECTED-ORIGINATOR EXPECTED-DESTINATION ANNOUNCED-ORIGINATOR ANNOUNCED-DESTINATION]" (a
+// new call, with the four addresses of CallAddresses unless given), "refuse CODEC...", "fail
+// open-rtp|open-h245|translate-media", "hold RESULT" (the hold callback, answering RESULT),
+// "unset SLOT" and "encode" (encodeh225pdu into a buffer of 64 octets, which must stay as it was
+// unless the result is 1). The media sessions of the last call close the transcript. Lines
+// starting with '#' are comments.
+inline void PlayFlow(const std::string& flow) {
+    Transcript t(5);
+    t.Ignore(DecodeFrameContext());
+    TestHost& host = TestHost::Get();
+    std::unique_ptr<TestCall> call = std::make_unique<TestCall>();
+    std::ifstream in(DataFile(flow + ".flow"));
+    for (std::string line; std::getline(in, line);) {
+        std::istringstream words(line);
+        std::string first, second, channel, hex;
+        words >> first >> second;
+        if (first.empty() || first[0] == '#')
+            continue;
+        if (second == "O" || second == "D") {
+            words >> channel >> hex;
+            std::replace(first.begin(), first.end(), '_', ' ');
+            if (channel == "h245")
+                call->StepH245(t, first, second == "O", FromHex(hex));
+            else
+                call->Step(t, first, second == "O", FromHex(hex));
+            continue;
+        }
+        t.Note("--- " + line);
+        if (first == "call") {
+            CallAddresses a;
+            if (!second.empty()) {
+                std::string destination, announcedOriginator, announcedDestination;
+                words >> destination >> announcedOriginator >> announcedDestination;
+                a = {Addr(second), Addr(destination), Addr(announcedOriginator),
+                     Addr(announcedDestination)};
+            }
+            call = std::make_unique<TestCall>(a);
+        } else if (first == "refuse") {
+            host.refusedCodecs.clear();
+            for (std::string codec = second; !codec.empty(); codec.clear(), words >> codec)
+                host.refusedCodecs.insert(codec);
+        } else if (first == "fail") {
+            (second == "open-rtp"    ? host.failOpenRTP
+             : second == "open-h245" ? host.failOpenH245
+                                     : host.failTranslateMedia) = true;
+        } else if (first == "hold") {
+            host.Install(true, true);
+            host.holdResult = std::stoi(second);
+        } else if (first == "unset") {
+            voipxlate_setfunction(std::stoi(second), nullptr);
+        } else if (first == "encode") {
+            Bytes buffer(64, 0xAA);
+            unsigned size = static_cast<unsigned>(buffer.size());
+            const int r = h323xlate_h225_encodeh225pdu(call->handle, buffer.data(), &size);
+            t.Note("result " + std::to_string(r));
+            if (r != 1) {
+                EXPECT_EQ(Bytes(64, 0xAA), buffer) << flow;
+            }
+        } else {
+            ADD_FAILURE() << flow << ": cannot read " << line;
+        }
+    }
+    call->NoteSessions(t);
+    ExpectGolden(flow + ".txt", t.str());
 }
 
 #endif

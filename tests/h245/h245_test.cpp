@@ -201,4 +201,20 @@ TEST_F(H245Test, FastStartCorners) {
     ExpectGolden("h245/fast-start-corners.txt", t.str());
 }
 
+// Whole calls: the flows of tests/data/h245/*.flow (fast start offered, answered, refused and
+// filtered; channels on the separate H.245 connection; tunnelled capability sets; T.120), each
+// compared whole with its golden transcript (see PlayFlow).
+class FlowTest : public H323HostTest, public ::testing::WithParamInterface<std::string> {};
+
+TEST_P(FlowTest, MatchesItsTranscript) {
+    PlayFlow("h245/" + GetParam());
+}
+
+INSTANTIATE_TEST_SUITE_P(H245, FlowTest, ::testing::ValuesIn(FlowNames("h245")),
+                         [](const ::testing::TestParamInfo<std::string>& info) {
+                             std::string name = info.param;
+                             std::replace(name.begin(), name.end(), '-', '_');
+                             return name;
+                         });
+
 } // namespace
