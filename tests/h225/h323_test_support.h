@@ -469,10 +469,6 @@ inline H225::H323_UserInformation SlowStartSetupMessage() {
     return ui;
 }
 
-inline Bytes SlowStartSetup() {
-    return Frame(Encode(SlowStartSetupMessage()));
-}
-
 // A CONNECT framed for sending, announcing the callee's H.245 address.
 inline Bytes ConnectWithH245Address(const std::string& h245) {
     H225::H323_UserInformation connect = Message(H225::H323_UU_PDU_h323_message_body::connect::id_);
@@ -485,23 +481,6 @@ inline H245::MultimediaSystemControlMessage DecodeH245(const Bytes& pdu) {
     H245::MultimediaSystemControlMessage message;
     EXPECT_TRUE(Decode(pdu, message));
     return message;
-}
-
-// The H.225.0 parameters of an OpenLogicalChannel request's forward channel.
-inline H245::H2250LogicalChannelParameters& OlcParameters(H245::MultimediaSystemControlMessage& m) {
-    return m.ref_request()
-        .ref_openLogicalChannel()
-        .ref_forwardLogicalChannelParameters()
-        .ref_multiplexParameters()
-        .ref_h2250LogicalChannelParameters();
-}
-
-inline H245::H2250LogicalChannelAckParameters&
-AckParameters(H245::MultimediaSystemControlMessage& m) {
-    return m.ref_response()
-        .ref_openLogicalChannelAck()
-        .ref_forwardMultiplexAckParameters()
-        .ref_h2250LogicalChannelAckParameters();
 }
 
 // --- Flow files ---------------------------------------------------------------------------------
