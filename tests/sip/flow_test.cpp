@@ -7,7 +7,8 @@
 // captured datagram). Lines end with CR LF on the wire; "Content-Length: *" (or "l: *") gets the
 // length of the body. Other "--- " lines set the host up for the messages that follow: "refuse
 // CODEC...", "open-result N", "hold-result N", "hook N" (a rewrite hook that adds a header and
-// answers N), "unset SLOT", "destroy" (sipxlate_udp_destroy) and "connection" (a new connection).
+// answers N), "unset SLOT", "destroy" (sipxlate_udp_destroy) and "connection" (a new connection;
+// "connection untranslated" announces each side as it is).
 // Lines starting with '#' are comments.
 #include "golden.h"
 #include "sip_test_host.h"
@@ -161,9 +162,13 @@ TEST_P(Flow, MatchesItsTranscript) {
                 voipxlate_setfunction(number(1), nullptr);
             else if (w[0] == "destroy")
                 t.Note("result " + std::to_string(sipxlate_udp_destroy(connection)));
-            else if (w[0] == "connection")
+            else if (w[0] == "connection" && w.size() == 1)
                 connection = Connect(&Host());
-            else
+            else if (w[0] == "connection") {
+                const sockaddr_type a = Addr("10.0.0.5:5060"), b = Addr("192.0.2.10:5060");
+                connection = sipxlate_create(&Host(), &a, &b, &a, &b);
+                connections_.push_back(connection);
+            } else
                 ADD_FAILURE() << "unknown directive " << w[0];
             continue;
         }
