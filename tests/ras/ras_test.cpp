@@ -59,23 +59,20 @@ H225::RasMessage Rrq(const std::vector<std::string>& ras,
     return message;
 }
 
-H225::RasMessage Rrj() {
+// A registration reject, or an unregistration request (for port 1720).
+H225::RasMessage Removal(int alternative) {
     H225::RasMessage message;
-    message.select(H225::RasMessage::registrationReject::id_);
-    H225::RegistrationReject& rrj = message.ref_registrationReject();
-    rrj.ref_requestSeqNum() = 3;
-    SetProtocol(rrj.ref_protocolIdentifier());
-    rrj.ref_rejectReason().select(0); // discoveryRequired
-    return message;
-}
-
-H225::RasMessage Urq() {
-    H225::RasMessage message;
-    message.select(H225::RasMessage::unregistrationRequest::id_);
-    H225::UnregistrationRequest& urq = message.ref_unregistrationRequest();
-    urq.ref_requestSeqNum() = 4;
-    urq.ref_callSignalAddress().resize(1);
-    SetTransportAddress(urq.ref_callSignalAddress()[0], "192.168.1.10:1720");
+    message.select(alternative);
+    if (alternative == H225::RasMessage::registrationReject::id_) {
+        message.ref_registrationReject().ref_requestSeqNum() = 3;
+        SetProtocol(message.ref_registrationReject().ref_protocolIdentifier());
+        message.ref_registrationReject().ref_rejectReason().select(0); // discoveryRequired
+        return message;
+    }
+    message.ref_unregistrationRequest().ref_requestSeqNum() = 4;
+    message.ref_unregistrationRequest().ref_callSignalAddress().resize(1);
+    SetTransportAddress(message.ref_unregistrationRequest().ref_callSignalAddress()[0],
+                        "192.168.1.10:1720");
     return message;
 }
 
@@ -180,7 +177,7 @@ TEST_F(Ras, GatekeeperRequests) {
 TEST_F(Ras, Registrations) {
     Transcript t(5);
     Step(t, "RRQ without the host", Rrq({"192.168.1.99:1719"}, {"192.168.1.10:1720"}));
-    Step(t, "URQ without the host", Urq());
+    Step(t, "URQ without the host", Removal(H225::RasMessage::unregistrationRequest::id_));
     InstallHost();
     Step(
         t, "RRQ",
@@ -188,13 +185,13 @@ TEST_F(Ras, Registrations) {
         0);
     Step(t, "RRQ with the same port again", Rrq({}, {"10.9.9.9:1720"}));
     Step(t, "RRQ", Rrq({}, {"192.168.1.10:5000", "192.168.1.10:40000"}));
-    Step(t, "RRJ", Rrj());
+    Step(t, "RRJ", Removal(H225::RasMessage::registrationReject::id_));
     Step(t, "RRQ", Rrq({}, {"192.168.1.10:5000", "192.168.1.10:40000", "192.168.1.10:1720"}));
-    Step(t, "URQ", Urq());
+    Step(t, "URQ", Removal(H225::RasMessage::unregistrationRequest::id_));
     H225::RasMessage ipx = Rrq({"192.168.1.10:1719"}, {"192.168.1.10:1720", "192.168.1.10:1721"});
     SetIpx(ipx.ref_registrationRequest().ref_callSignalAddress()[1]);
     Step(t, "RRQ with an IPX signalling address after an IP one", ipx);
-    Step(t, "URQ", Urq());
+    Step(t, "URQ", Removal(H225::RasMessage::unregistrationRequest::id_));
     ExpectGolden("ras/registrations.txt", t.str());
 }
 
