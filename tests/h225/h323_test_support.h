@@ -309,55 +309,23 @@ inline bool DecodeFrame(const Bytes& frame, H225::H323_UserInformation& out) {
     return true;
 }
 
-// An empty user information carrying the given body alternative, h245Tunneling as asked.
-inline H225::H323_UserInformation Message(int tag, bool tunnelling = false) {
+// An empty user information carrying CONNECT, FACILITY, RELEASE COMPLETE or EMPTY.
+inline H225::H323_UserInformation Message(int tag) {
     H225::H323_UserInformation ui;
-    H225::H323_UU_PDU& pdu = ui.ref_h323_uu_pdu();
-    H225::H323_UU_PDU_h323_message_body& body = pdu.ref_h323_message_body();
+    H225::H323_UU_PDU_h323_message_body& body = ui.ref_h323_uu_pdu().ref_h323_message_body();
     body.select(tag);
     using Body = H225::H323_UU_PDU_h323_message_body;
-    switch (tag) {
-    case Body::callProceeding::id_:
-        SetProtocol(body.ref_callProceeding().ref_protocolIdentifier());
-        break;
-    case Body::alerting::id_:
-        SetProtocol(body.ref_alerting().ref_protocolIdentifier());
-        break;
-    case Body::connect::id_: {
-        auto& connect = body.ref_connect();
-        SetProtocol(connect.ref_protocolIdentifier());
-        connect.ref_conferenceID().assign(16, '\x11');
-        break;
-    }
-    case Body::progress::id_: {
-        auto& progress = body.ref_progress();
-        SetProtocol(progress.ref_protocolIdentifier());
-        progress.ref_callIdentifier().ref_guid().assign(16, '\x22');
-        break;
-    }
-    case Body::facility::id_: {
-        auto& facility = body.ref_facility();
-        SetProtocol(facility.ref_protocolIdentifier());
-        facility.ref_reason().select(H225::FacilityReason::undefinedReason::id_);
-        break;
-    }
-    case Body::information::id_: {
-        auto& information = body.ref_information();
-        SetProtocol(information.ref_protocolIdentifier());
-        information.set_callIdentifier(H225::CallIdentifier()).ref_guid().assign(16, '\x33');
-        break;
-    }
-    case Body::releaseComplete::id_: {
+    if (tag == Body::connect::id_) {
+        SetProtocol(body.ref_connect().ref_protocolIdentifier());
+        body.ref_connect().ref_conferenceID().assign(16, '\x11');
+    } else if (tag == Body::facility::id_) {
+        SetProtocol(body.ref_facility().ref_protocolIdentifier());
+        body.ref_facility().ref_reason().select(H225::FacilityReason::undefinedReason::id_);
+    } else if (tag == Body::releaseComplete::id_) {
         auto& release = body.ref_releaseComplete();
         SetProtocol(release.ref_protocolIdentifier());
         release.set_callIdentifier(H225::CallIdentifier()).ref_guid().assign(16, '\x44');
-        break;
     }
-    default:
-        break;
-    }
-    if (tunnelling)
-        pdu.set_h245Tunneling(ASN1::BOOLEAN(true));
     return ui;
 }
 
