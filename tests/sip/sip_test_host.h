@@ -8,6 +8,7 @@
 #include "sip_xlate.h"
 #include "sockaddr.h"
 #include "test_util.h"
+#include "transcript.h"
 #include "voip_translator.h"
 
 #include <voipfilter/voipfilter.h>
@@ -19,36 +20,11 @@
 #include <string>
 #include <vector>
 
-struct OpenRecord {
-    void* context;
-    int slot; // 1 RTP, 15 IM
-    int direction;
-    int32_t sessionID;
-    int32_t mediaKind;
-    sockaddr_type announced; // translated field of that direction as handed to the host
-    int32_t handle;
-};
-
-struct CloseRecord {
-    void* context;
-    int32_t handle;
-    int direction;
-};
-
-struct CodecRecord {
-    void* context;
-    int kind;
-    std::string name;
-};
-
-// What the recording host saw, and how it answers.
+// What the recording host saw, and how it answers. Every callback is also an event of the
+// transcript, if one listens.
 struct HostState {
-    std::vector<OpenRecord> opens;
-    std::vector<CloseRecord> closes;
-    std::vector<CodecRecord> codecs;
-    std::vector<voipxlate_callinformation*> callInformation;
-    std::vector<void*> holds;
-    std::vector<std::pair<bool, bool>> rewriteNotes; // (fromSource, isRequest)
+    std::vector<int32_t> opened; // channel handles, in order
+    std::vector<int32_t> closed;
     std::set<std::string> refusedCodecs;
     int openResult = 0;
     int holdResult = 0;
@@ -58,12 +34,9 @@ struct HostState {
 
 HostState& Host();
 
-// Address a host hands back for a channel: 203.0.113.1 for forward, .2 for reverse, and the
-// announced port + 10000.
-sockaddr_type HostAddress(int direction, uint16_t announcedPort);
-
 // Fixture: empty registry with the recording callbacks in slots 1, 2, 3, 8, 14 and 15 (slot 9 is
-// set by the tests that need it), and a log capture at level 5.
+// set by the tests that need it), and a log capture at level 5. Channels are opened on
+// 203.0.113.1 (forward) or .2 (reverse) with the announced port + 10000.
 class SipHostTest : public RegistryTest {
 public:
     // Deletes any dialog left from an earlier run under this Call-ID, so tests do not depend on
@@ -127,9 +100,5 @@ std::vector<std::string> ListSip(const std::string& relative);
 std::string HeaderValue(const std::string& message, const std::string& name);
 // Body after the first empty line.
 std::string BodyOf(const std::string& message);
-// True when text contains line as a whole CR LF terminated line.
-bool HasLine(const std::string& message, const std::string& line);
-// Expects each line in message as a whole CR LF terminated line.
-void ExpectLines(const std::string& message, const std::vector<std::string>& lines);
 
 #endif
