@@ -58,11 +58,11 @@ TEST_F(H245Test, CapabilitySetUnchangedWithoutVetoOrWhenAllKept) {
     H245::MultimediaSystemControlMessage message = SynthTCS();
     H245::TerminalCapabilitySet& tcs = message.ref_request().ref_terminalCapabilitySet();
     const Bytes before = Encode(message);
-    EXPECT_EQ(0, call.TranslateH245(true, message)); // every codec kept
+    EXPECT_EQ(0, call.H245().TranslateH245(true, message)); // every codec kept
     EXPECT_EQ(4u, host().events.size());
     voipxlate_setfunction(VOIPXLATE_ALLOW_CODEC, nullptr);
     host().events.clear();
-    EXPECT_EQ(0, call.TranslateTerminalCapabilitySet(tcs));
+    EXPECT_EQ(0, TranslateTerminalCapabilitySet(call.HostContext(), tcs));
     EXPECT_TRUE(host().events.empty());
     EXPECT_EQ(before, Encode(message));
 }
@@ -90,7 +90,7 @@ TEST_F(H245Test, CapabilitySetFilteringDropsEmptiedSetsAndDescriptors) {
     tcs.ref_capabilityDescriptors().push_back(plain);
 
     host().refusedCodecs = {"(unknown)"}; // the user input entry 4 and the T.120 entry 9
-    ASSERT_EQ(1, call.TranslateTerminalCapabilitySet(tcs));
+    ASSERT_EQ(1, TranslateTerminalCapabilitySet(call.HostContext(), tcs));
     EXPECT_EQ((std::vector<std::string>{"allowCodec kind=1 G729A", "allowCodec kind=1 PCMU",
                                         "allowCodec kind=1 PCMA", "allowCodec kind=0 (unknown)",
                                         "allowCodec kind=0 (unknown)"}),
@@ -113,8 +113,8 @@ TEST_F(H245Test, CapabilitySetFilteringDropsEmptiedSetsAndDescriptors) {
     // With every codec refused, the first descriptor loses all its numbers and goes.
     message = SynthTCS();
     host().refusedCodecs = {"(unknown)", "G729A", "PCMU", "PCMA"};
-    ASSERT_EQ(
-        1, call.TranslateTerminalCapabilitySet(message.ref_request().ref_terminalCapabilitySet()));
+    ASSERT_EQ(1, TranslateTerminalCapabilitySet(call.HostContext(),
+                                                message.ref_request().ref_terminalCapabilitySet()));
     EXPECT_EQ(0u,
               message.ref_request().ref_terminalCapabilitySet().get_capabilityDescriptors().size());
 }
@@ -127,7 +127,7 @@ TEST_F(H245Test, TunnelledElementsAreTranslatedOneByOne) {
     broken.assign({'\x03', '\xFF'});
     control.push_back(broken);
     control.push_back(EncodeOctets(Request(AudioOLC(2, 2, "10.0.0.5:5002", ""))));
-    EXPECT_EQ(1, call.TranslateTunnelledH245(true, control));
+    EXPECT_EQ(1, call.H245().TranslateTunnelledH245(true, control));
     EXPECT_TRUE(LogCapture::Has("H.245\tcannot decode H.245 element\n"));
     EXPECT_TRUE(LogCapture::Has("H.245\tTranslating H.245 element\n"));
     EXPECT_EQ(static_cast<const std::vector<char>&>(broken),
@@ -144,7 +144,7 @@ TEST_F(H245Test, TunnelledElementsAreTranslatedOneByOne) {
     // masterSlaveDeterminationAck, as captured.
     others.push_back(ASN1::OCTET_STRING(std::vector<char>{'\x20', '\x80'}));
     others.push_back(EncodeOctets(Request(AudioOLC(3, 3, "10.0.0.5:5004", ""))));
-    EXPECT_EQ(0, call.TranslateTunnelledH245(true, others));
+    EXPECT_EQ(0, call.H245().TranslateTunnelledH245(true, others));
     EXPECT_TRUE(LogCapture::Has("H.245\terror translating H.245 element\n"));
 }
 
@@ -154,8 +154,8 @@ TEST_F(H245Test, MediaAddressesDerivedFromTheOneGiven) {
     const Bytes olc = ReadFile(DataFile("h323/synth-h245-olc.bin"));
     unsigned size = 256;
     out.resize(size);
-    ASSERT_EQ(1, call.TranslateH245(true, olc.data(), static_cast<unsigned>(olc.size()), out.data(),
-                                    &size));
+    ASSERT_EQ(1, call.H245().TranslateH245(true, olc.data(), static_cast<unsigned>(olc.size()),
+                                           out.data(), &size));
     ASSERT_EQ(1u, host().events.size());
     EXPECT_EQ("openRTP dir=1 session=1 codec=PCMU rtp=10.0.0.5:5000 rtcp=10.0.0.5:5001 "
               "pre=10.0.0.5:5000",
@@ -167,30 +167,30 @@ TEST_F(H245Test, MediaAddressesDerivedFromTheOneGiven) {
 
     // RTP only: RTCP one port higher.
     H245::MultimediaSystemControlMessage rtpOnly = Request(AudioOLC(102, 2, "10.0.0.5:6000", ""));
-    ASSERT_EQ(1, call.TranslateH245(true, rtpOnly));
+    ASSERT_EQ(1, call.H245().TranslateH245(true, rtpOnly));
     EXPECT_EQ("rtcp=10.0.0.5:6001", host().events[1].substr(host().events[1].find("rtcp="), 18));
 
     // The synthesized ack answers channel 101 from the destination.
     const Bytes ack = ReadFile(DataFile("h323/synth-h245-olcack.bin"));
     size = 256;
-    ASSERT_EQ(1, call.TranslateH245(false, ack.data(), static_cast<unsigned>(ack.size()),
-                                    out.data(), &size));
+    ASSERT_EQ(1, call.H245().TranslateH245(false, ack.data(), static_cast<unsigned>(ack.size()),
+                                           out.data(), &size));
     EXPECT_EQ(3u, host().events.size());
     EXPECT_EQ(VOIPXLATE_SESSION_IN_USE | VOIPXLATE_SESSION_FORWARD_OPEN |
                   VOIPXLATE_SESSION_REVERSE_OPEN,
               call.CallInformation()->sessions[0].flags);
     // A buffer too small for the rewrite.
     size = 3;
-    EXPECT_EQ(-1, call.TranslateH245(false, ack.data(), static_cast<unsigned>(ack.size()),
-                                     out.data(), &size));
-    EXPECT_EQ(-2, call.TranslateH245(false, ack.data(), 2, out.data(), &size));
+    EXPECT_EQ(-1, call.H245().TranslateH245(false, ack.data(), static_cast<unsigned>(ack.size()),
+                                            out.data(), &size));
+    EXPECT_EQ(-2, call.H245().TranslateH245(false, ack.data(), 2, out.data(), &size));
 }
 
 TEST_F(H245Test, ChannelsWithoutAHost) {
     voipxlate_setfunction(VOIPXLATE_OPEN_RTP_CHANNEL, nullptr);
     H245::MultimediaSystemControlMessage m = Request(AudioOLC(1, 1, "10.0.0.5:5000", ""));
     const Bytes before = Encode(m);
-    EXPECT_EQ(1, call.TranslateH245(true, m));
+    EXPECT_EQ(1, call.H245().TranslateH245(true, m));
     EXPECT_EQ(before, Encode(m));
     EXPECT_EQ(VOIPXLATE_SESSION_IN_USE | VOIPXLATE_SESSION_FORWARD_OPEN,
               call.CallInformation()->sessions[0].flags);
@@ -199,12 +199,12 @@ TEST_F(H245Test, ChannelsWithoutAHost) {
 TEST_F(H245Test, HostRefusalLeavesTheDirectionToRetry) {
     host().failOpenRTP = true;
     H245::MultimediaSystemControlMessage m = Request(AudioOLC(1, 1, "10.0.0.5:5000", ""));
-    EXPECT_EQ(-1, call.TranslateH245(true, m));
+    EXPECT_EQ(-1, call.H245().TranslateH245(true, m));
     const voipxlate_mediasessioninformation& s = call.CallInformation()->sessions[0];
     EXPECT_EQ(VOIPXLATE_SESSION_IN_USE, s.flags);
     EXPECT_EQ("10.0.0.5:5000", Text(s.forwardRTP));
     host().failOpenRTP = false;
-    EXPECT_EQ(1, call.TranslateH245(true, m));
+    EXPECT_EQ(1, call.H245().TranslateH245(true, m));
     EXPECT_EQ(2u, host().events.size());
 }
 
@@ -213,15 +213,15 @@ TEST_F(H245Test, SessionTableAndMalformedChannels) {
     for (int session = 1; session <= 10; ++session) {
         H245::MultimediaSystemControlMessage m = Request(
             AudioOLC(session, session, "10.0.0.5:" + std::to_string(5000 + 2 * session), ""));
-        ASSERT_EQ(1, call.TranslateH245(true, m)) << session;
+        ASSERT_EQ(1, call.H245().TranslateH245(true, m)) << session;
     }
     H245::MultimediaSystemControlMessage eleventh = Request(AudioOLC(11, 11, "10.0.0.5:7000", ""));
-    EXPECT_EQ(0, call.TranslateH245(true, eleventh));
+    EXPECT_EQ(0, call.H245().TranslateH245(true, eleventh));
     EXPECT_TRUE(LogCapture::Has("H.245\ttoo many RTP sessions\n"));
     EXPECT_EQ(10u, host().events.size());
 
     H245::MultimediaSystemControlMessage noAddress = Request(AudioOLC(12, 1, "", ""));
-    EXPECT_EQ(0, call.TranslateH245(false, noAddress));
+    EXPECT_EQ(0, call.H245().TranslateH245(false, noAddress));
     EXPECT_TRUE(LogCapture::Has("H.245\toutgoing OLC for 1 contains no addresses\n"));
     EXPECT_EQ(12u, call.CallInformation()->sessions[0].destinationChannel);
 
@@ -229,23 +229,23 @@ TEST_F(H245Test, SessionTableAndMalformedChannels) {
     h223.ref_forwardLogicalChannelParameters().ref_multiplexParameters().select(
         H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters::none::id_);
     H245::MultimediaSystemControlMessage malformed = Request(h223);
-    EXPECT_EQ(0, call.TranslateH245(true, malformed));
+    EXPECT_EQ(0, call.H245().TranslateH245(true, malformed));
     EXPECT_TRUE(LogCapture::Has("H.245\tMalformed OLC\n"));
 
     H245::OpenLogicalChannelAck ack = OLCAck(1, "192.0.2.10:6000", "");
     ack.removeOptionalField(H245::OpenLogicalChannelAck::e_forwardMultiplexAckParameters);
     H245::MultimediaSystemControlMessage badAck = Response(ack);
-    EXPECT_EQ(0, call.TranslateH245(false, badAck));
+    EXPECT_EQ(0, call.H245().TranslateH245(false, badAck));
     EXPECT_TRUE(LogCapture::Has("H.245\tMalformed OLCack\n"));
     H245::MultimediaSystemControlMessage emptyAck = Response(OLCAck(1, "", ""));
-    EXPECT_EQ(0, call.TranslateH245(false, emptyAck));
+    EXPECT_EQ(0, call.H245().TranslateH245(false, emptyAck));
     EXPECT_TRUE(LogCapture::Has("H.245\tNo translation required for OLCack\n"));
 
     // Messages other than TCS, OLC and OLCack pass.
     H245::MultimediaSystemControlMessage close;
     close.select(H245::MultimediaSystemControlMessage::request::id_);
     close.ref_request().select(H245::RequestMessage::closeLogicalChannel::id_);
-    EXPECT_EQ(0, call.TranslateH245(true, close));
+    EXPECT_EQ(0, call.H245().TranslateH245(true, close));
 }
 
 // --- Fast start ----------------------------------------------------------------------------------
@@ -257,7 +257,7 @@ protected:
         OctetStringList offer;
         offer.push_back(EncodeOctets(ReverseAudioOLC(1, 1, "10.0.0.5:5000", "10.0.0.5:5001")));
         offer.push_back(EncodeOctets(AudioOLC(2, 1, "", "10.0.0.5:5001")));
-        ASSERT_EQ(1, call.TranslateFastStartRequest(offer));
+        ASSERT_EQ(1, call.FastStartProcedure().TranslateFastStartRequest(offer));
         host().events.clear();
     }
 };
@@ -267,7 +267,8 @@ TEST_F(FastStartTest, OfferElementsThatCannotBeTranslated) {
     OctetStringList offer;
     offer.push_back(ASN1::OCTET_STRING(std::vector<char>{'\x01'}));
     offer.push_back(EncodeOctets(AudioOLC(2, 1, "", "")));
-    EXPECT_EQ(1, call.TranslateFastStartRequest(offer)); // the undecodable element is dropped
+    EXPECT_EQ(1, call.FastStartProcedure().TranslateFastStartRequest(
+                     offer)); // the undecodable element is dropped
     ASSERT_EQ(1u, offer.size());
     EXPECT_TRUE(LogCapture::Has("H.225\tcannot decode fastStart request 1\n"));
     EXPECT_TRUE(LogCapture::Has("H.245\toutgoing OLC for 1 contains no addresses\n"));
@@ -280,7 +281,7 @@ TEST_F(FastStartTest, OfferElementsThatCannotBeTranslated) {
     OctetStringList two;
     two.push_back(EncodeOctets(ReverseAudioOLC(1, 3, "10.0.0.5:7000", "10.0.0.5:7001")));
     two.push_back(EncodeOctets(AudioOLC(2, 3, "", "10.0.0.5:7001")));
-    EXPECT_EQ(1, call.TranslateFastStartRequest(two));
+    EXPECT_EQ(1, call.FastStartProcedure().TranslateFastStartRequest(two));
     EXPECT_EQ(2u, two.size());
     EXPECT_EQ(1u, host().events.size());
 }
@@ -293,7 +294,7 @@ TEST_F(FastStartTest, DroppedElementsLeaveTheOthersInOrder) {
     offer.push_back(
         EncodeOctets(AudioOLC(3, 1, "", "10.0.0.5:5001", H245::AudioCapability::g711Alaw64k::id_)));
     offer.push_back(EncodeOctets(AudioOLC(4, 1, "", "10.0.0.5:5001")));
-    EXPECT_EQ(1, call.TranslateFastStartRequest(offer));
+    EXPECT_EQ(1, call.FastStartProcedure().TranslateFastStartRequest(offer));
     ASSERT_EQ(2u, offer.size());
     std::vector<unsigned> numbers;
     for (unsigned i = 0; i < offer.size(); ++i) {
@@ -311,7 +312,7 @@ TEST_F(FastStartTest, HostRefusalFailsTheOfferWithoutRemovingElements) {
     offer.push_back(
         EncodeOctets(AudioOLC(1, 1, "", "10.0.0.5:5001", H245::AudioCapability::g711Alaw64k::id_)));
     offer.push_back(EncodeOctets(AudioOLC(2, 1, "", "10.0.0.5:5001")));
-    EXPECT_EQ(-1, call.TranslateFastStartRequest(offer));
+    EXPECT_EQ(-1, call.FastStartProcedure().TranslateFastStartRequest(offer));
     EXPECT_EQ(2u, offer.size());
 }
 
@@ -326,7 +327,7 @@ TEST_F(FastStartTest, ReplyCornerCases) {
     reply.push_back(EncodeOctets(AudioOLC(3, 5, "192.0.2.10:6100", "")));
     reply.push_back(ASN1::OCTET_STRING(std::vector<char>{'\x7f'}));
     const OctetStringList received = reply;
-    EXPECT_EQ(0, call.AcceptFastStartReply(false, reply));
+    EXPECT_EQ(0, call.FastStartProcedure().AcceptFastStartReply(false, reply));
     EXPECT_TRUE(LogCapture::Has("H.245\toutgoing OLC for 1 contains no addresses\n"));
     EXPECT_TRUE(LogCapture::Has("H.245\treverse OLC found before translation has occurred\n"));
     EXPECT_TRUE(LogCapture::Has("H.245\tfastStart reply not matched to offer\n"));
@@ -343,10 +344,10 @@ TEST_F(FastStartTest, RetranslatingAnUnansweredOffer) {
     LogCapture log(2);
     OctetStringList first;
     first.push_back(ASN1::OCTET_STRING(std::vector<char>{'\x7f'}));
-    EXPECT_EQ(0, call.AcceptFastStartReply(false, first));
+    EXPECT_EQ(0, call.FastStartProcedure().AcceptFastStartReply(false, first));
     OctetStringList second;
     second.push_back(EncodeOctets(AudioOLC(1, 1, "192.0.2.10:6000", "")));
-    EXPECT_EQ(0, call.AcceptFastStartReply(false, second));
+    EXPECT_EQ(0, call.FastStartProcedure().AcceptFastStartReply(false, second));
     EXPECT_TRUE(LogCapture::Has("H.245\tfastStart reply to offer that hasn't been accepted\n"));
     EXPECT_TRUE(host().Events("openRTP").empty());
 }

@@ -1,7 +1,7 @@
 // RAS translation through the C API, with a recording host: GatekeeperRequest and
 // RegistrationRequest rewriting, the signalling-port mapping table, and real RAS traffic.
 #include "modules/h323_messages.h"
-#include "ras_xlate.h"
+#include "ras/ras.h"
 
 #include "log_capture.h"
 #include "pdu_util.h"

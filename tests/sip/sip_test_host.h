@@ -5,10 +5,10 @@
 
 #include "log_capture.h"
 #include "registry_guard.h"
-#include "sip_xlate.h"
-#include "sockaddr.h"
+#include "sip/translator.h"
+#include "host/sockaddr.h"
 #include "test_util.h"
-#include "voip_translator.h"
+#include "host/registry.h"
 
 #include <voipfilter/voipfilter.h>
 

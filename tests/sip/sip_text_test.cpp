@@ -1,4 +1,4 @@
-#include "sip_text.h"
+#include "sip/message.h"
 
 #include <gtest/gtest.h>
 
