@@ -1,31 +1,60 @@
 // Per-message translation of SIP requests and responses and the re-assembly of rewritten
 // messages. Headers stay as received (apart from Content-Length when the body changed): the
 // firewall's SIP proxy relays signalling on its own sockets, so only the SDP inside INVITE
-// transactions names addresses that the NAT must translate.
-#include "sip/translator.h"
+// transactions names addresses that the NAT must translate. Via stays as it is (responses find
+// their way back along it, RFC 3261 section 18.2.2, and the host's proxy answers for the
+// firewall's own hop), and so does Contact (the proxy relays in-dialog requests).
+#include "sip/dialog.h"
 
+#include "host/media_sessions.h"
 #include "host/registry.h"
 
 #include <cstring>
-#include <string_view>
 
-using DialogInfo = SIPTranslator::DialogInfo;
+namespace {
 
-void DialogInfo::KeepBody(const char* body, unsigned bodyLength, bool emitSdpBody) {
-    scratch_.receivedBody = std::string_view(body, bodyLength);
-    scratch_.emitSdpBody = emitSdpBody;
+// The Content-Type value, or null when the message has none.
+const std::string* ContentType(const SIPMIMEType& headers) {
+    const auto field = headers.GetField("Content-Type", 'c');
+    return field == headers.end() ? nullptr : &field->value;
 }
 
-int DialogInfo::TranslateINVITE(SIPConnection& connection, bool fromSrc, SIPMIMEType& headers,
-                                const char* body, unsigned bodyLength, char* out,
-                                unsigned* outLength, int option) {
-    if (!GetEntityBodyAsSDP(headers, body, bodyLength)) {
+} // namespace
+
+DialogInfo::DialogInfo(std::string id, const std::string& tag)
+    : dialogId(std::move(id)), callInformation(), fromTag(tag) {}
+
+SdpTranslator DialogInfo::Sdp(SIPConnection& connection, SdpScratch& scratch, int option) {
+    return SdpTranslator(sdp_, scratch, MediaSessions(hostContext, callInformation),
+                         SdpEndpoints{connection.destination, connection.translatedSource,
+                                      connection.srcTranslated, connection.dstTranslated,
+                                      connection.lastMediaPort},
+                         option);
+}
+
+void DialogInfo::CloseMedia() {
+    MediaSessions sessions(hostContext, callInformation);
+    ::CloseMedia(sessions);
+}
+
+int DialogInfo::TranslateSdp(SdpTranslator& sdp, bool fromSrc, bool isForward,
+                             const SIPMessageParts& message, unsigned limit) {
+    const int result = sdp.Translate(fromSrc, isForward, limit);
+    if (result == 1)
+        message.headers.SetField("Content-Length", 'l', static_cast<unsigned>(sdp.Body().size()));
+    return result;
+}
+
+int DialogInfo::TranslateINVITE(SIPConnection& connection, bool fromSrc,
+                                const SIPMessageParts& message, SdpScratch& scratch, SIPOutput out,
+                                int option) {
+    SdpTranslator sdp = Sdp(connection, scratch, option);
+    if (!sdp.GetEntityBodyAsSDP(ContentType(message.headers), message.body.data(),
+                                static_cast<unsigned>(message.body.size()))) {
         VF_LOG(hostContext, logsource::kSIP, 1)
             << "SIP  Ignoring INVITE with unparseable entity body";
         return 0;
     }
-    KeepBody(nullptr, 0, true);
-    sdpBody.SetLimit(*outLength);
     uint8_t& state = callInformation.state;
     if (state != VOIPXLATE_SIP_NONE && state != VOIPXLATE_SIP_INVITED) {
         VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Handling ReINVITE, fromSrc=" << fromSrc;
@@ -35,20 +64,15 @@ int DialogInfo::TranslateINVITE(SIPConnection& connection, bool fromSrc, SIPMIME
             << "SIP  Handling first INVITE, fromSrc=" << fromSrc;
         state = VOIPXLATE_SIP_INVITED;
     }
-    if (TraverseSDP(connection, fromSrc, true, 1, option) < 0)
-        return -1;
-    int result = TraverseSDP(connection, fromSrc, true, 2, option);
+    const int result = TranslateSdp(sdp, fromSrc, true, message, *out.length);
     if (result < 0)
         return -1;
-    if (result == 1)
-        headers.SetField("Content-Length", 'l', static_cast<unsigned>(sdpBody.size()));
-    result |= RewriteVia(connection, fromSrc, headers);
-    return RewritePDU(result, connection, fromSrc, true, headers, out, outLength);
+    return RewritePDU(result, fromSrc, true, message, sdp, out);
 }
 
 int DialogInfo::TranslateINVITEResponse(SIPConnection& connection, bool fromSrc, unsigned status,
-                                        SIPMIMEType& headers, const char* body, unsigned bodyLength,
-                                        char* out, unsigned* outLength, int option) {
+                                        const SIPMessageParts& message, SdpScratch& scratch,
+                                        SIPOutput out, int option) {
     uint8_t& state = callInformation.state;
     if (state == VOIPXLATE_SIP_INVITED) {
         VF_LOG(hostContext, logsource::kSIP, 1)
@@ -57,46 +81,37 @@ int DialogInfo::TranslateINVITEResponse(SIPConnection& connection, bool fromSrc,
         VF_LOG(hostContext, logsource::kSIP, 1)
             << "SIP  Handling ReINVITE response, fromSrc=" << fromSrc;
     }
-
-    int result = 0;
-    KeepBody(body, bodyLength, false);
     const bool success = status >= 200 && status <= 299;
-    if (status == 183 || success) {
-        // Session progress (RFC 3262 early media) and 2xx carry the answer.
-        if (!GetEntityBodyAsSDP(headers, body, bodyLength)) {
-            VF_LOG(hostContext, logsource::kSIP, 1)
-                << "SIP  Ignoring INVITE with unparseable entity body";
-            return 0;
+    if (status != 183 && !success) {
+        if (status >= 300) {
+            VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  INVITE failed with code " << status;
+            state = VOIPXLATE_SIP_FAILED;
         }
-        KeepBody(nullptr, 0, true);
-        sdpBody.SetLimit(*outLength);
-        if (TraverseSDP(connection, fromSrc, false, 1, option) < 0)
-            return -1;
-        result = TraverseSDP(connection, fromSrc, false, 2, option);
-        if (result < 0)
-            return -1;
-        if (result == 1)
-            headers.SetField("Content-Length", 'l', static_cast<unsigned>(sdpBody.size()));
-        if (success) {
-            if (state == VOIPXLATE_SIP_INVITED) {
-                VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Call connected";
-                state = VOIPXLATE_SIP_CONNECTED;
-            } else {
-                VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Reinvite accepted";
-            }
-        }
-    } else if (status >= 300) {
-        VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  INVITE failed with code " << status;
-        state = VOIPXLATE_SIP_FAILED;
+        return RewritePDU(0, fromSrc, false, message, out);
     }
-    return RewritePDU(result, connection, fromSrc, false, headers, out, outLength);
+    // Session progress (RFC 3262 early media) and 2xx carry the answer.
+    SdpTranslator sdp = Sdp(connection, scratch, option);
+    if (!sdp.GetEntityBodyAsSDP(ContentType(message.headers), message.body.data(),
+                                static_cast<unsigned>(message.body.size()))) {
+        VF_LOG(hostContext, logsource::kSIP, 1)
+            << "SIP  Ignoring INVITE with unparseable entity body";
+        return 0;
+    }
+    const int result = TranslateSdp(sdp, fromSrc, false, message, *out.length);
+    if (result < 0)
+        return -1;
+    if (success) {
+        if (state == VOIPXLATE_SIP_INVITED) {
+            VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Call connected";
+            state = VOIPXLATE_SIP_CONNECTED;
+        } else {
+            VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Reinvite accepted";
+        }
+    }
+    return RewritePDU(result, fromSrc, false, message, sdp, out);
 }
 
-int DialogInfo::TranslateACK(SIPConnection& connection, bool fromSrc,
-                             const std::vector<std::string>& /*tokens*/, SIPMIMEType& headers,
-                             const char* body, unsigned bodyLength, char* out,
-                             unsigned* outLength) {
-    KeepBody(body, bodyLength, false);
+int DialogInfo::TranslateACK(bool fromSrc, const SIPMessageParts& message, SIPOutput out) {
     uint8_t& state = callInformation.state;
     // Only the ACK of the first INVITE's final answer moves the dialog; an ACK to a re-INVITE's
     // 2xx passes unchanged.
@@ -104,54 +119,26 @@ int DialogInfo::TranslateACK(SIPConnection& connection, bool fromSrc,
         return 0;
     if (state == VOIPXLATE_SIP_CONNECTED)
         state = VOIPXLATE_SIP_ESTABLISHED;
-    return RewritePDU(0, connection, fromSrc, true, headers, out, outLength);
+    return RewritePDU(0, fromSrc, true, message, out);
 }
 
-int DialogInfo::TranslateBYE(SIPConnection& connection, bool fromSrc,
-                             const std::vector<std::string>& /*tokens*/, SIPMIMEType& headers,
-                             const char* body, unsigned bodyLength, char* out,
-                             unsigned* outLength) {
-    KeepBody(body, bodyLength, false);
+int DialogInfo::TranslateBYE(bool fromSrc, const SIPMessageParts& message, SIPOutput out) {
     // The dialog ends when the BYE is answered, not here.
     VF_LOG(hostContext, logsource::kSIP, 2) << "SIP Translating BYE";
-    return RewritePDU(0, connection, fromSrc, true, headers, out, outLength);
+    return RewritePDU(0, fromSrc, true, message, out);
 }
 
-int DialogInfo::TranslateRequest(SIPConnection& connection, bool fromSrc,
-                                 const std::vector<std::string>& /*tokens*/, SIPMIMEType& headers,
-                                 const char* body, unsigned bodyLength, char* out,
-                                 unsigned* outLength) {
-    KeepBody(body, bodyLength, false);
-    return RewritePDU(RewriteVia(connection, fromSrc, headers), connection, fromSrc, true, headers,
-                      out, outLength);
+int DialogInfo::TranslateRequest(bool fromSrc, const SIPMessageParts& message, SIPOutput out) {
+    return RewritePDU(0, fromSrc, true, message, out);
 }
 
-int DialogInfo::TranslateResponse(SIPConnection& connection, bool fromSrc, unsigned /*status*/,
-                                  const std::vector<std::string>& /*tokens*/, SIPMIMEType& headers,
-                                  const char* body, unsigned bodyLength, char* out,
-                                  unsigned* outLength) {
-    KeepBody(body, bodyLength, false);
-    return RewritePDU(0, connection, fromSrc, false, headers, out, outLength);
+int DialogInfo::TranslateResponse(bool fromSrc, const SIPMessageParts& message, SIPOutput out) {
+    return RewritePDU(0, fromSrc, false, message, out);
 }
 
-// Via stays as received: responses find their way back along it (RFC 3261 section 18.2.2), and
-// the host's proxy answers for the firewall's own hop.
-int DialogInfo::RewriteVia(SIPConnection& /*connection*/, bool /*fromSrc*/,
-                           SIPMIMEType& /*headers*/) {
-    return 0;
-}
-
-// Contact stays as received: the proxy relays in-dialog requests, so the remote target needs no
-// translation here.
-int DialogInfo::RewriteContact(SIPConnection& /*connection*/, bool /*fromSrc*/, bool /*isRequest*/,
-                               SIPMIMEType& /*headers*/) {
-    return 0;
-}
-
-int DialogInfo::RewritePDU(int result, SIPConnection& connection, bool fromSrc, bool isRequest,
-                           SIPMIMEType& headers, char* out, unsigned* outLength) {
-    if (result >= 0)
-        result |= RewriteContact(connection, fromSrc, isRequest, headers);
+int DialogInfo::RewritePDU(int result, bool fromSrc, bool isRequest, const SIPMessageParts& message,
+                           std::string_view body, uint64_t bodySize, SIPOutput out) {
+    SIPMIMEType& headers = message.headers;
     // A pre-loaded route set (section 8.1.2) is left to the proxy.
     if (isRequest && headers.GetField("Route", 0) != headers.end()) {
         VF_LOG(hostContext, logsource::kSIP, 2) << "SIP not removing Route: header ";
@@ -164,29 +151,25 @@ int DialogInfo::RewritePDU(int result, SIPConnection& connection, bool fromSrc, 
     if (result <= 0)
         return result;
 
-    // Start line (already in out), CR LF, the header block, the body: the rewritten SDP when this
-    // message's SDP was traversed, otherwise the body as received. Lengths are counted, never
-    // taken from the text: a body may hold NUL bytes.
-    const std::size_t startLength = scratch_.startLength;
-    const uint64_t bodyLength =
-        scratch_.emitSdpBody ? sdpBody.size() : scratch_.receivedBody.size();
-    const uint64_t tailLength = 2 + uint64_t{headers.OutputLength()} + bodyLength;
-    const uint64_t needed = startLength + tailLength + 1;
-    if (*outLength < needed) {
+    // Start line, CR LF, the header block, the body. Lengths are counted, never taken from the
+    // text: a body may hold NUL bytes. bodySize counts the whole body even where the text kept
+    // less of it, so that a body larger than the buffer is refused rather than cut short.
+    const std::string_view startLine = message.startLine;
+    const uint64_t tailLength = 2 + uint64_t{headers.OutputLength()} + bodySize;
+    const uint64_t needed = startLine.size() + tailLength + 1;
+    if (*out.length < needed) {
         VF_LOG(hostContext, logsource::kSIP, 1)
             << "SIP  Output buffer too small for translated SIP of size " << needed;
         return -1;
     }
-    // The SDP text is complete here: only a body larger than the buffer is cut short.
-    const std::string_view bodyText =
-        scratch_.emitSdpBody ? std::string_view(sdpBody.text()) : scratch_.receivedBody;
-    char* const tail = out + startLength;
+    std::memcpy(out.text, startLine.data(), startLine.size());
+    char* const tail = out.text + startLine.size();
     tail[0] = '\r';
     tail[1] = '\n';
     char* const bodyStart = headers.WriteTo(tail + 2);
-    if (!bodyText.empty())
-        std::memcpy(bodyStart, bodyText.data(), bodyText.size());
-    bodyStart[bodyText.size()] = '\0';
-    *outLength = static_cast<unsigned>(startLength + tailLength);
+    if (!body.empty())
+        std::memcpy(bodyStart, body.data(), body.size());
+    bodyStart[body.size()] = '\0';
+    *out.length = static_cast<unsigned>(startLine.size() + tailLength);
     return result;
 }
