@@ -71,12 +71,3 @@ bool operator==(const sockaddr_type& a, const sockaddr_type& b) {
         return false;
     }
 }
-
-sockaddr_type CopyOrZero(const sockaddr_type* address) {
-    sockaddr_type copy;
-    if (address != nullptr)
-        copy = *address;
-    else
-        std::memset(&copy, 0, sizeof copy);
-    return copy;
-}

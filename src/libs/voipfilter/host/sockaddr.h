@@ -5,6 +5,7 @@
 
 #include <voipfilter/voipfilter.h>
 
+#include <cstring>
 #include <iosfwd>
 #include <string>
 
@@ -23,7 +24,13 @@ std::ostream& operator<<(std::ostream& os, const sockaddr_type& address);
 bool string_to_sockaddr_type(sockaddr_type& address, const std::string& text);
 
 // A copy of the address the host passed, or an all-zero one for a null pointer.
-sockaddr_type CopyOrZero(const sockaddr_type* address);
+inline sockaddr_type CopyOrZero(const sockaddr_type* address) {
+    if (address != nullptr)
+        return *address;
+    sockaddr_type zero;
+    std::memset(&zero, 0, sizeof zero);
+    return zero;
+}
 
 // Equal families and ports, then IPv4 compares 4 bytes and IPv6 all 16; an unknown family is
 // never equal, not even to itself.

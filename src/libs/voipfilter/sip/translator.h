@@ -96,6 +96,7 @@ private:
     SIPLineParser parser_;
     SIPMIMEType headers_;
     std::vector<std::string> tokens_;
+    DialogKey key_;
     SdpScratch scratch_;
 
     DialogTable dialogs_;
