@@ -10,10 +10,6 @@
 
 #include <cstring>
 
-using q931::kUserUserElement;
-using q931::kUserUserHeaderSize;
-constexpr unsigned int kQ931HeaderSize = q931::kHeaderSize;
-
 namespace {
 
 RefusalLog H225RefusalLog(const H225TranslatorContext& call) {
@@ -61,9 +57,9 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     // fresh value.
     userInformation_ = H323_MESSAGES::H323_UserInformation();
 
-    if (pdu == nullptr || length < kQ931HeaderSize)
+    if (pdu == nullptr || length < q931::kHeaderSize)
         return -1;
-    std::memcpy(q931Header_, pdu, kQ931HeaderSize);
+    std::memcpy(q931Header_, pdu, q931::kHeaderSize);
     if (!q931::HasHeader(pdu, length))
         return -1;
 
@@ -73,13 +69,13 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     unsigned int payloadLength = 0;
     const bool complete = q931::WalkElements(pdu, length, [&](const q931::Element& element) {
         const unsigned char* const first = pdu + element.offset;
-        if (element.identifier != kUserUserElement) {
+        if (element.identifier != q931::kUserUserElement) {
             keptElements_.insert(keptElements_.end(), first, first + element.size);
             keptLengths_.push_back(element.size);
         } else if (element.contents > 0) {
             // The first content octet is the protocol discriminator (H.225.0: 5, X.208/X.209).
             userUserDiscriminator_ = first[3];
-            payload = first + kUserUserHeaderSize;
+            payload = first + q931::kUserUserHeaderSize;
             payloadLength = element.contents - 1;
         } else {
             payload = nullptr;
@@ -110,11 +106,11 @@ int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* lengt
     if (!modified_)
         return 0;
     VF_LOG(HostContext(), logsource::kH225, 5) << "H.225\t Encoding the PDU ";
-    if (buffer == nullptr || length == nullptr || *length < kQ931HeaderSize + 1)
+    if (buffer == nullptr || length == nullptr || *length < q931::kHeaderSize + 1)
         return -1;
     const unsigned int size = *length;
-    std::memcpy(buffer, q931Header_, kQ931HeaderSize);
-    unsigned int used = kQ931HeaderSize;
+    std::memcpy(buffer, q931Header_, q931::kHeaderSize);
+    unsigned int used = q931::kHeaderSize;
     const unsigned char* element = keptElements_.data();
     for (unsigned int elementLength : keptLengths_) {
         if (size - used < elementLength)
@@ -123,19 +119,19 @@ int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* lengt
         used += elementLength;
         element += elementLength;
     }
-    if (size - used < kUserUserHeaderSize)
+    if (size - used < q931::kUserUserHeaderSize)
         return -1;
-    unsigned int encoded = size - used - kUserUserHeaderSize;
-    if (ASN1::ASNEncode(userInformation_, buffer + used + kUserUserHeaderSize, &encoded) != 1)
+    unsigned int encoded = size - used - q931::kUserUserHeaderSize;
+    if (ASN1::ASNEncode(userInformation_, buffer + used + q931::kUserUserHeaderSize, &encoded) != 1)
         return -1;
     // The element length counts the discriminator octet; it has to fit the 16-bit field.
     if (encoded + 1 > 0xFFFFu)
         return -1;
-    buffer[used] = kUserUserElement;
+    buffer[used] = q931::kUserUserElement;
     buffer[used + 1] = static_cast<unsigned char>((encoded + 1) >> 8);
     buffer[used + 2] = static_cast<unsigned char>((encoded + 1) & 0xFF);
     buffer[used + 3] = userUserDiscriminator_;
-    *length = used + kUserUserHeaderSize + encoded;
+    *length = used + q931::kUserUserHeaderSize + encoded;
     return 1;
 }
 

@@ -3,6 +3,7 @@
 #ifndef VOIPFILTER_H225_CALL_H
 #define VOIPFILTER_H225_CALL_H
 
+#include "h225/q931.h"
 #include "h245/channels.h"
 #include "h245/fast_start.h"
 #include "h245/session.h"
@@ -96,7 +97,7 @@ private:
     sockaddr_type announcedH245_;
 
     // Q.931 frame of the PDU decoded last.
-    unsigned char q931Header_[5];
+    unsigned char q931Header_[q931::kHeaderSize];
     unsigned char userUserDiscriminator_ = 0;
     std::vector<unsigned char> keptElements_; // every element but user-user, back to back
     std::vector<unsigned int> keptLengths_;   // the length of each, in order

@@ -44,7 +44,8 @@ private:
     SIPTranslator* sipTranslator_ = nullptr;
 };
 
-// Source paths handed to the log callback, one per component.
+// Source paths handed to the log callback, one per component. Hosts filter and route log lines
+// on these texts, so they stay as they are wherever the code of a component lives.
 namespace logsource {
 constexpr const char kH225[] = "src/libs/voipfilter/h225_xlate";
 constexpr const char kH245[] = "src/libs/voipfilter/h245_xlate";
