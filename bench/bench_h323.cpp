@@ -4,7 +4,7 @@
 // Each is measured decode only, encode only, and through the C API as a host calls it.
 #include "asn1/asn_codec.h"
 #include "bench_util.h"
-#include "h225_xlate.h"
+#include "h225/call.h"
 #include "modules/h323_messages.h"
 #include "modules/multimedia_system_control.h"
 

@@ -13,11 +13,12 @@
 // translating it, which is what is measured.
 #include "asn1/asn_codec.h"
 #include "bench_util.h"
-#include "h225_xlate.h"
+#include "h225/call.h"
+#include "h225/q931.h"
 #include "modules/h323_messages.h"
 #include "modules/multimedia_system_control.h"
 #include "per_splice.h"
-#include "sip_xlate.h"
+#include "sip/translator.h"
 
 #include <chrono>
 #include <ctime>
@@ -268,9 +269,11 @@ std::string SetupFrame(const Octets& userInformation, std::size_t displays = 0) 
 // The synthesized fast-start SETUP's user information: 10.0.0.5 calls 192.0.2.10.
 H225::H323_UserInformation SynthSetup() {
     const Octets frame = bench::ReadData("h323/synth-setup-faststart.q931.bin");
-    H225TranslatorContext reader(nullptr, {}, {}, {}, {});
-    reader.DecodeH225(frame.data(), unsigned(frame.size()));
-    return reader.UserInformation();
+    q931::UserUserPayload payload;
+    H225::H323_UserInformation information;
+    if (q931::FindUserUser(frame.data(), unsigned(frame.size()), payload) == 1)
+        ASN1::ASNDecode(frame.data() + payload.offset, payload.length, information);
+    return information;
 }
 
 H225::Setup_UUIE& SetupOf(H225::H323_UserInformation& ui) {

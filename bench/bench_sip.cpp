@@ -1,7 +1,7 @@
 // SIP over UDP: an INVITE with SDP and its 200 OK, captured from real softphones (X-Lite and
 // Verso), through sipxlate_udp_translate with logging off and a minimal host.
 #include "bench_util.h"
-#include "sip_xlate.h"
+#include "sip/translator.h"
 
 namespace {
 

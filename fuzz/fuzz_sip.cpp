@@ -2,7 +2,7 @@
 // Input: [policy][log level] then up to 8 records [flags][length][datagram]; record flags:
 // bit 0 direction, bit 1 option (proxy behaviour), bit 2 an output buffer smaller than needed.
 #include "fuzz_host.h"
-#include "sip_xlate.h"
+#include "sip/translator.h"
 
 #include <voipfilter/voipfilter.h>
 

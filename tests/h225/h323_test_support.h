@@ -4,6 +4,7 @@
 #define VOIPFILTER_TESTS_H323_TEST_SUPPORT_H
 
 #include "golden.h"
+#include "h225/q931.h"
 #include "pdu_util.h"
 #include "registry_guard.h"
 #include "transcript.h"
@@ -301,12 +302,11 @@ inline void* DecodeFrameContext() {
 
 // The user information of a Q.931 frame, decoded again.
 inline bool DecodeFrame(const Bytes& frame, H225::H323_UserInformation& out) {
-    H225TranslatorContext reader(DecodeFrameContext(), sockaddr_type(), sockaddr_type(),
-                                 sockaddr_type(), sockaddr_type());
-    if (reader.DecodeH225(frame.data(), static_cast<unsigned>(frame.size())) != 1)
+    q931::UserUserPayload payload;
+    if (q931::FindUserUser(frame.data(), static_cast<unsigned>(frame.size()), payload) != 1)
         return false;
-    out = reader.UserInformation();
-    return true;
+    out = H225::H323_UserInformation();
+    return ASN1::ASNDecode(frame.data() + payload.offset, payload.length, out) == 1;
 }
 
 // An empty user information carrying CONNECT, FACILITY, RELEASE COMPLETE or EMPTY.

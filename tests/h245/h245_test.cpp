@@ -60,11 +60,11 @@ TEST(CodecTableTest, Names) {
 TEST_F(H245Test, CapabilitySetUnchangedWithoutVetoOrWhenAllKept) {
     H245::MultimediaSystemControlMessage message = SynthTCS();
     const Bytes before = Encode(message);
-    EXPECT_EQ(0, call.TranslateH245(true, message)); // every codec kept
+    EXPECT_EQ(0, call.H245().TranslateH245(true, message)); // every codec kept
     EXPECT_EQ(4u, host().events.size());
     voipxlate_setfunction(VOIPXLATE_ALLOW_CODEC, nullptr);
-    EXPECT_EQ(
-        0, call.TranslateTerminalCapabilitySet(message.ref_request().ref_terminalCapabilitySet()));
+    EXPECT_EQ(0, TranslateTerminalCapabilitySet(call.HostContext(),
+                                                message.ref_request().ref_terminalCapabilitySet()));
     EXPECT_EQ(4u, host().events.size());
     EXPECT_EQ(before, Encode(message));
 }
@@ -90,12 +90,14 @@ TEST_F(H245Test, CapabilitySetFiltering) {
     tcs.ref_capabilityDescriptors().push_back(plain);
 
     host().refusedCodecs = {"(unknown)"}; // the user input entry 4 and the T.120 entry 9
-    t.Note("> veto (unknown)\nresult " + std::to_string(call.TranslateTerminalCapabilitySet(tcs)));
+    t.Note("> veto (unknown)\nresult " +
+           std::to_string(TranslateTerminalCapabilitySet(call.HostContext(), tcs)));
     t.Note(tcs.asValueNotation());
     message = SynthTCS();
     host().refusedCodecs = {"(unknown)", "G729A", "PCMU", "PCMA"};
-    t.Note("> veto all\nresult " + std::to_string(call.TranslateTerminalCapabilitySet(
-                                       message.ref_request().ref_terminalCapabilitySet())));
+    t.Note("> veto all\nresult " +
+           std::to_string(TranslateTerminalCapabilitySet(
+               call.HostContext(), message.ref_request().ref_terminalCapabilitySet())));
     t.Note(message.asValueNotation());
     ExpectGolden("h245/tcs-filtering.txt", t.str());
 }
@@ -104,7 +106,7 @@ TEST_F(H245Test, ChannelsWithoutAHostOrRefusedByIt) {
     voipxlate_setfunction(VOIPXLATE_OPEN_RTP_CHANNEL, nullptr);
     H245::MultimediaSystemControlMessage m = Request(AudioOLC(1, 1, "10.0.0.5:5000", ""));
     const Bytes before = Encode(m);
-    EXPECT_EQ(1, call.TranslateH245(true, m));
+    EXPECT_EQ(1, call.H245().TranslateH245(true, m));
     EXPECT_EQ(before, Encode(m));
     EXPECT_EQ(VOIPXLATE_SESSION_IN_USE | VOIPXLATE_SESSION_FORWARD_OPEN,
               call.CallInformation()->sessions[0].flags);
@@ -113,18 +115,19 @@ TEST_F(H245Test, ChannelsWithoutAHostOrRefusedByIt) {
     host().Install();
     host().failOpenRTP = true;
     m = Request(AudioOLC(2, 2, "10.0.0.5:6000", ""));
-    EXPECT_EQ(-1, call.TranslateH245(true, m));
+    EXPECT_EQ(-1, call.H245().TranslateH245(true, m));
     EXPECT_EQ(VOIPXLATE_SESSION_IN_USE, call.CallInformation()->sessions[1].flags);
     host().failOpenRTP = false;
-    EXPECT_EQ(1, call.TranslateH245(true, m));
+    EXPECT_EQ(1, call.H245().TranslateH245(true, m));
     EXPECT_EQ(2u, host().events.size());
 
     // An output buffer too small for the rewrite; input too short to decode.
     const Bytes pdu = Encode(Request(AudioOLC(3, 3, "10.0.0.5:7000", "")));
     Bytes out(3);
     unsigned size = 3;
-    EXPECT_EQ(-1, call.TranslateH245(true, pdu.data(), unsigned(pdu.size()), out.data(), &size));
-    EXPECT_EQ(-2, call.TranslateH245(true, pdu.data(), 2, out.data(), &size));
+    EXPECT_EQ(-1,
+              call.H245().TranslateH245(true, pdu.data(), unsigned(pdu.size()), out.data(), &size));
+    EXPECT_EQ(-2, call.H245().TranslateH245(true, pdu.data(), 2, out.data(), &size));
 }
 
 // Ten sessions at most; channels without addresses, with another multiplex or a malformed ack;
@@ -134,25 +137,25 @@ TEST_F(H245Test, SessionTableAndMalformedChannels) {
         H245::MultimediaSystemControlMessage m = Request(
             AudioOLC(session, session, "10.0.0.5:" + std::to_string(5000 + 2 * session), ""));
         t.Note("session " + std::to_string(session) + ": " +
-               std::to_string(call.TranslateH245(true, m)));
+               std::to_string(call.H245().TranslateH245(true, m)));
     }
     H245::MultimediaSystemControlMessage noAddress = Request(AudioOLC(12, 1, "", ""));
-    t.Note("no address: " + std::to_string(call.TranslateH245(false, noAddress)));
+    t.Note("no address: " + std::to_string(call.H245().TranslateH245(false, noAddress)));
     H245::OpenLogicalChannel h223 = AudioOLC(13, 1, "10.0.0.5:5000", "");
     h223.ref_forwardLogicalChannelParameters().ref_multiplexParameters().select(
         H245::OpenLogicalChannel_forwardLogicalChannelParameters_multiplexParameters::none::id_);
     H245::MultimediaSystemControlMessage malformed = Request(h223);
-    t.Note("no H.225.0 parameters: " + std::to_string(call.TranslateH245(true, malformed)));
+    t.Note("no H.225.0 parameters: " + std::to_string(call.H245().TranslateH245(true, malformed)));
     H245::OpenLogicalChannelAck ack = OLCAck(1, "192.0.2.10:6000", "");
     ack.removeOptionalField(H245::OpenLogicalChannelAck::e_forwardMultiplexAckParameters);
     H245::MultimediaSystemControlMessage badAck = Response(ack);
-    t.Note("ack without parameters: " + std::to_string(call.TranslateH245(false, badAck)));
+    t.Note("ack without parameters: " + std::to_string(call.H245().TranslateH245(false, badAck)));
     H245::MultimediaSystemControlMessage emptyAck = Response(OLCAck(1, "", ""));
-    t.Note("ack without addresses: " + std::to_string(call.TranslateH245(false, emptyAck)));
+    t.Note("ack without addresses: " + std::to_string(call.H245().TranslateH245(false, emptyAck)));
     H245::MultimediaSystemControlMessage close;
     close.select(H245::MultimediaSystemControlMessage::request::id_);
     close.ref_request().select(H245::RequestMessage::closeLogicalChannel::id_);
-    t.Note("close: " + std::to_string(call.TranslateH245(true, close)));
+    t.Note("close: " + std::to_string(call.H245().TranslateH245(true, close)));
     ExpectGolden("h245/session-table.txt", t.str());
     EXPECT_EQ(12u, call.CallInformation()->sessions[0].destinationChannel);
 }
@@ -167,7 +170,8 @@ TEST_F(H245Test, FastStartCorners) {
     offer.push_back(
         EncodeOctets(AudioOLC(3, 1, "", "10.0.0.5:5001", H245::AudioCapability::g711Alaw64k::id_)));
     offer.push_back(EncodeOctets(AudioOLC(4, 2, "", "")));
-    t.Note("> offer: " + std::to_string(call.TranslateFastStartRequest(offer)));
+    t.Note("> offer: " +
+           std::to_string(call.FastStartProcedure().TranslateFastStartRequest(offer)));
     NoteList("offer sent", offer);
 
     OctetStringList reply;
@@ -175,19 +179,23 @@ TEST_F(H245Test, FastStartCorners) {
     reply.push_back(EncodeOctets(ReverseAudioOLC(2, 1, "192.0.2.10:6000", "192.0.2.10:6001")));
     reply.push_back(EncodeOctets(AudioOLC(3, 5, "192.0.2.10:6100", "")));
     reply.push_back(Junk('\x7f'));
-    t.Note("> reply: " + std::to_string(call.AcceptFastStartReply(false, reply)));
+    t.Note("> reply: " +
+           std::to_string(call.FastStartProcedure().AcceptFastStartReply(false, reply)));
     NoteList("reply sent", reply);
     t.Note("session 1 flags " + std::to_string(call.CallInformation()->sessions[0].flags));
 
     H225TranslatorContext unanswered{TestHost::this_call(), {}, {}, {}, {}};
     OctetStringList second = offer;
-    t.Note("> second offer: " + std::to_string(unanswered.TranslateFastStartRequest(second)));
+    t.Note("> second offer: " +
+           std::to_string(unanswered.FastStartProcedure().TranslateFastStartRequest(second)));
     OctetStringList junk;
     junk.push_back(Junk('\x7f'));
-    t.Note("> undecodable reply: " + std::to_string(unanswered.AcceptFastStartReply(false, junk)));
+    t.Note("> undecodable reply: " +
+           std::to_string(unanswered.FastStartProcedure().AcceptFastStartReply(false, junk)));
     OctetStringList late;
     late.push_back(EncodeOctets(AudioOLC(1, 1, "192.0.2.10:6000", "")));
-    t.Note("> reply: " + std::to_string(unanswered.AcceptFastStartReply(false, late)));
+    t.Note("> reply: " +
+           std::to_string(unanswered.FastStartProcedure().AcceptFastStartReply(false, late)));
 
     host().failOpenRTP = true;
     H225TranslatorContext refused{TestHost::this_call(), {}, {}, {}, {}};
@@ -196,7 +204,7 @@ TEST_F(H245Test, FastStartCorners) {
         EncodeOctets(AudioOLC(1, 1, "", "10.0.0.5:5001", H245::AudioCapability::g711Alaw64k::id_)));
     third.push_back(EncodeOctets(AudioOLC(2, 1, "", "10.0.0.5:5001")));
     t.Note("> offer, the host refusing: " +
-           std::to_string(refused.TranslateFastStartRequest(third)));
+           std::to_string(refused.FastStartProcedure().TranslateFastStartRequest(third)));
     NoteList("offer kept", third);
     ExpectGolden("h245/fast-start-corners.txt", t.str());
 }

@@ -1,4 +1,4 @@
-#include "voip_call.h"
+#include "host/call.h"
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
 // The registry's state before the host changes anything. Runs in its own process.
-#include "voip_translator.h"
+#include "host/registry.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "voip_translator.h"
+#include "host/registry.h"
 
 #include "log_capture.h"
 #include "registry_guard.h"

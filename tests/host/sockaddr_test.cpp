@@ -1,4 +1,4 @@
-#include "sockaddr.h"
+#include "host/sockaddr.h"
 #include "test_util.h"
 
 #include <arpa/inet.h>

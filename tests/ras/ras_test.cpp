@@ -1,7 +1,7 @@
 // RAS translation through the C API with a recording host. Message sequences are compared whole
 // with golden transcripts at level 5 (results, status words, host callbacks, log lines, rewritten
 // messages in value notation); every captured RAS message's outcome is one golden table.
-#include "ras_xlate.h"
+#include "ras/ras.h"
 
 #include "golden.h"
 #include "pdu_util.h"

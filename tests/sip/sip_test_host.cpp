@@ -1,6 +1,6 @@
 #include "sip_test_host.h"
 
-#include "sockaddr.h"
+#include "host/sockaddr.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>

@@ -5,11 +5,11 @@
 
 #include "log_capture.h"
 #include "registry_guard.h"
-#include "sip_xlate.h"
-#include "sockaddr.h"
+#include "sip/translator.h"
+#include "host/sockaddr.h"
 #include "test_util.h"
+#include "host/registry.h"
 #include "transcript.h"
-#include "voip_translator.h"
 
 #include <voipfilter/voipfilter.h>
 

@@ -6,8 +6,10 @@
 #include "test_util.h"
 
 #include "asn1/asn_codec.h"
-#include "h225_xlate.h"
-#include "h245_xlate.h"
+#include "h225/call.h"
+#include "h225/transport_address.h"
+#include "h245/capabilities.h"
+#include "h245/media_addresses.h"
 
 #include <gtest/gtest.h>
 

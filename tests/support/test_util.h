@@ -3,7 +3,7 @@
 #ifndef VOIPFILTER_TESTS_TEST_UTIL_H
 #define VOIPFILTER_TESTS_TEST_UTIL_H
 
-#include "sockaddr.h"
+#include "host/sockaddr.h"
 
 #include <gtest/gtest.h>
 

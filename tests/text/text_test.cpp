@@ -1,6 +1,6 @@
 // The text layer under SIP and SDP: the line reader, the header table, URL, tag and branch
 // extraction, the tokeniser, trimming and number reading.
-#include "sip_text.h"
+#include "sip/message.h"
 
 #include <gtest/gtest.h>
 

@@ -1,0 +1,51 @@
+#include "h225/transport_address.h"
+
+#include <arpa/inet.h>
+
+#include <cstring>
+
+bool DecodeH225TransportAddress(const H323_MESSAGES::TransportAddress& in, sockaddr_type& out) {
+    std::memset(&out, 0, sizeof out);
+    if (in.ipAddress_isSelected()) {
+        const auto& ip = in.get_ipAddress();
+        const auto& octets = ip.get_ip();
+        out.family = VOIPXLATE_FAMILY_IPV4;
+        std::memcpy(out.addr, octets.data(), octets.size() < 4 ? octets.size() : 4);
+        out.port = htons(static_cast<uint16_t>(ip.get_port().getValue()));
+        return true;
+    }
+    if (in.ip6Address_isSelected()) {
+        const auto& ip = in.get_ip6Address();
+        const auto& octets = ip.get_ip();
+        out.family = VOIPXLATE_FAMILY_IPV6;
+        std::memcpy(out.addr, octets.data(), octets.size() < 16 ? octets.size() : 16);
+        out.port = htons(static_cast<uint16_t>(ip.get_port().getValue()));
+        return true;
+    }
+    return false;
+}
+
+bool EncodeH225TransportAddress(const sockaddr_type& in, H323_MESSAGES::TransportAddress& out) {
+    const char* bytes = reinterpret_cast<const char*>(in.addr);
+    switch (in.family) {
+    case 0:
+    case VOIPXLATE_FAMILY_IPV4: {
+        out.select(H323_MESSAGES::TransportAddress::ipAddress::id_);
+        auto& ip = out.ref_ipAddress();
+        ip.ref_ip().assign(bytes, bytes + 4);
+        ip.ref_port() = ntohs(in.port);
+        return true;
+    }
+    case 3: {
+        // Family 3, not 6, selects ip6Address: records decoded from a PDU (family 6) are not
+        // written back. Hosts rely on that to keep IPv6 addresses out of rewritten PDUs.
+        out.select(H323_MESSAGES::TransportAddress::ip6Address::id_);
+        auto& ip = out.ref_ip6Address();
+        ip.ref_ip().assign(bytes, bytes + 16);
+        ip.ref_port() = ntohs(in.port);
+        return true;
+    }
+    default:
+        return false;
+    }
+}

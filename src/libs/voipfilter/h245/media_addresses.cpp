@@ -1,0 +1,55 @@
+#include "h245/media_addresses.h"
+
+#include <cstring>
+
+using namespace MULTIMEDIA_SYSTEM_CONTROL;
+
+bool DecodeH245TransportAddress(const TransportAddress& in, sockaddr_type& out) {
+    std::memset(&out, 0, sizeof out);
+    if (!in.unicastAddress_isSelected())
+        return false;
+    const UnicastAddress& unicast = in.get_unicastAddress();
+    if (unicast.iPAddress_isSelected()) {
+        const auto& ip = unicast.get_iPAddress();
+        const auto& network = ip.get_network();
+        out.family = VOIPXLATE_FAMILY_IPV4;
+        std::memcpy(out.addr, network.data(), network.size() < 4 ? network.size() : 4);
+        out.port = htons(static_cast<uint16_t>(ip.get_tsapIdentifier().getValue()));
+        return true;
+    }
+    if (unicast.iP6Address_isSelected()) {
+        const auto& ip = unicast.get_iP6Address();
+        const auto& network = ip.get_network();
+        out.family = VOIPXLATE_FAMILY_IPV6;
+        std::memcpy(out.addr, network.data(), network.size() < 16 ? network.size() : 16);
+        out.port = htons(static_cast<uint16_t>(ip.get_tsapIdentifier().getValue()));
+        return true;
+    }
+    return false;
+}
+
+bool EncodeH245TransportAddress(const sockaddr_type& in, TransportAddress& out) {
+    out.select(TransportAddress::unicastAddress::id_);
+    UnicastAddress& unicast = out.ref_unicastAddress();
+    const char* bytes = reinterpret_cast<const char*>(in.addr);
+    switch (in.family) {
+    case VOIPXLATE_FAMILY_IPV4: {
+        unicast.select(UnicastAddress::iPAddress::id_);
+        auto& ip = unicast.ref_iPAddress();
+        ip.ref_network().assign(bytes, bytes + 4);
+        ip.ref_tsapIdentifier() = ntohs(in.port);
+        return true;
+    }
+    case VOIPXLATE_FAMILY_IPV6: {
+        // The IPv6 alternative is filled through the IPv4 accessors, so the selection check
+        // stops an IPv6 media address here rather than letting it be written half-way.
+        unicast.select(UnicastAddress::iP6Address::id_);
+        auto& ip = unicast.ref_iPAddress();
+        ip.ref_network().assign(bytes, bytes + 16);
+        ip.ref_tsapIdentifier() = ntohs(in.port);
+        return true;
+    }
+    default:
+        return false;
+    }
+}

@@ -1,0 +1,73 @@
+#include "host/sockaddr.h"
+
+#include "text/tokens.h"
+
+#include <arpa/inet.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <ostream>
+#include <vector>
+
+std::ostream& iponly_to_strm(std::ostream& os, const sockaddr_type& address) {
+    switch (address.family) {
+    case VOIPXLATE_FAMILY_IPV4:
+        os << unsigned(address.addr[0]) << '.' << unsigned(address.addr[1]) << '.'
+           << unsigned(address.addr[2]) << '.' << unsigned(address.addr[3]);
+        break;
+    case VOIPXLATE_FAMILY_IPV6:
+        // Decimal bytes, not hexadecimal groups: the form log consumers expect.
+        os << '[';
+        for (int i = 0; i < 16; ++i) {
+            if (i != 0)
+                os << ':';
+            os << unsigned(address.addr[i]);
+        }
+        os << ']';
+        break;
+    default:
+        os << "(unknown)";
+        break;
+    }
+    return os;
+}
+
+std::ostream& operator<<(std::ostream& os, const sockaddr_type& address) {
+    iponly_to_strm(os, address);
+    if (address.port != 0)
+        os << ':' << ntohs(address.port);
+    return os;
+}
+
+bool string_to_sockaddr_type(sockaddr_type& address, const std::string& text) {
+    std::memset(&address, 0, sizeof address);
+    address.family = VOIPXLATE_FAMILY_IPV4;
+
+    std::string host = text;
+    const std::string::size_type colon = text.find(':');
+    if (colon != std::string::npos) {
+        address.port =
+            htons(static_cast<uint16_t>(std::strtol(text.c_str() + colon + 1, nullptr, 10)));
+        host.erase(colon);
+    }
+
+    std::vector<std::string> parts;
+    if (Tokenise<IsIpAddrSep>(parts, host) != 4)
+        return false;
+    for (int i = 0; i < 4; ++i)
+        address.addr[i] = static_cast<uint8_t>(std::strtol(parts[i].c_str(), nullptr, 10));
+    return true;
+}
+
+bool operator==(const sockaddr_type& a, const sockaddr_type& b) {
+    if (a.family != b.family || a.port != b.port)
+        return false;
+    switch (a.family) {
+    case VOIPXLATE_FAMILY_IPV4:
+        return std::memcmp(a.addr, b.addr, 4) == 0;
+    case VOIPXLATE_FAMILY_IPV6:
+        return std::memcmp(a.addr, b.addr, 16) == 0;
+    default:
+        return false;
+    }
+}
