@@ -3,12 +3,12 @@
 #ifndef VOIPFILTER_TESTS_SIP_TEST_HOST_H
 #define VOIPFILTER_TESTS_SIP_TEST_HOST_H
 
+#include "host/registry.h"
+#include "host/sockaddr.h"
 #include "log_capture.h"
 #include "registry_guard.h"
 #include "sip/translator.h"
-#include "host/sockaddr.h"
 #include "test_util.h"
-#include "host/registry.h"
 #include "transcript.h"
 
 #include <voipfilter/voipfilter.h>
