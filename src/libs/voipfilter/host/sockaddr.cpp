@@ -1,13 +1,10 @@
 #include "host/sockaddr.h"
 
-#include "text/tokens.h"
-
 #include <arpa/inet.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <ostream>
-#include <vector>
 
 std::ostream& iponly_to_strm(std::ostream& os, const sockaddr_type& address) {
     switch (address.family) {
@@ -43,19 +40,34 @@ bool string_to_sockaddr_type(sockaddr_type& address, const std::string& text) {
     std::memset(&address, 0, sizeof address);
     address.family = VOIPXLATE_FAMILY_IPV4;
 
-    std::string host = text;
-    const std::string::size_type colon = text.find(':');
-    if (colon != std::string::npos) {
-        address.port =
-            htons(static_cast<uint16_t>(std::strtol(text.c_str() + colon + 1, nullptr, 10)));
-        host.erase(colon);
-    }
+    const char* const s = text.c_str();
+    std::string::size_type end = text.find(':');
+    if (end != std::string::npos)
+        address.port = htons(static_cast<uint16_t>(std::strtol(s + end + 1, nullptr, 10)));
+    else
+        end = text.size();
 
-    std::vector<std::string> parts;
-    if (Tokenise<IsIpAddrSep>(parts, host) != 4)
+    // The address part splits into runs of characters other than the separators. Each number is
+    // read where its run starts: strtol stops at the separator, the colon or the end after it, so
+    // no run needs a copy of its own.
+    const IsIpAddrSep isSeparator;
+    const char* parts[4];
+    unsigned count = 0;
+    for (std::string::size_type i = 0; i < end;) {
+        while (i < end && isSeparator(s[i]))
+            ++i;
+        if (i == end)
+            break;
+        if (count == 4)
+            return false;
+        parts[count++] = s + i;
+        while (i < end && !isSeparator(s[i]))
+            ++i;
+    }
+    if (count != 4)
         return false;
-    for (int i = 0; i < 4; ++i)
-        address.addr[i] = static_cast<uint8_t>(std::strtol(parts[i].c_str(), nullptr, 10));
+    for (unsigned i = 0; i < 4; ++i)
+        address.addr[i] = static_cast<uint8_t>(std::strtol(parts[i], nullptr, 10));
     return true;
 }
 

@@ -71,6 +71,50 @@ private:
     std::size_t limit_ = std::string::npos;
 };
 
+// The payload types the host allowed, per media port, for the body being translated. Entries stay
+// from one body to the next so that their lists keep their storage; an entry belongs to the
+// current body only when it was added since Clear(). What stays is bounded: the table starts
+// afresh once it holds more ports than an ordinary body names, and a list grown long by a large
+// body gives its storage back when it is used again.
+class PayloadTable {
+public:
+    void Clear() {
+        if (entries_.size() > kKeptPorts)
+            entries_.clear();
+        ++generation_;
+    }
+    std::vector<uint32_t>* Find(uint32_t port) {
+        const auto entry = entries_.find(port);
+        return entry != entries_.end() && entry->second.generation == generation_
+                   ? &entry->second.types
+                   : nullptr;
+    }
+    // An empty list for a port that Find() does not know.
+    std::vector<uint32_t>& Add(uint32_t port) {
+        Entry& entry = entries_[port];
+        entry.generation = generation_;
+        if (entry.types.capacity() > kKeptTypes)
+            std::vector<uint32_t>().swap(entry.types);
+        entry.types.clear();
+        return entry.types;
+    }
+    template <class Function> void ForEach(Function function) {
+        for (auto& entry : entries_)
+            if (entry.second.generation == generation_)
+                function(entry.second.types);
+    }
+
+private:
+    static constexpr std::size_t kKeptPorts = 16;
+    static constexpr std::size_t kKeptTypes = 64;
+    struct Entry {
+        uint64_t generation = 0;
+        std::vector<uint32_t> types;
+    };
+    std::map<uint32_t, Entry> entries_;
+    uint64_t generation_ = 1;
+};
+
 // Working storage of the body being translated. A dialog uses it only while one of its messages
 // is translated, so a single set serves every dialog, and the buffers serve message after
 // message.
@@ -80,7 +124,7 @@ struct SdpScratch {
     std::string sessionConnectionLine;
     SdpBodyText body;
     // The payload types the host allowed, per media port.
-    std::map<uint32_t, std::vector<uint32_t>> rtpMap;
+    PayloadTable rtpMap;
     std::vector<std::string> tokens;
     // The connection line parsed last in this traversal, with its result: every media line of a
     // body may name the session's one.

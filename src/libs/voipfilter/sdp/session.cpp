@@ -59,10 +59,22 @@ void AppendAddress(SdpBodyText& text, const sockaddr_type& address) {
 } // namespace
 
 bool ParseConnectionLine(sockaddr_type& address, const std::string& cLine) {
-    std::vector<std::string> tokens;
-    tokens.reserve(4);
-    return Tokenise<IsWhiteSpace>(tokens, cLine, 2) > 2 && tokens[0] == "IN" &&
-           tokens[1] == "IP4" && string_to_sockaddr_type(address, tokens[2]);
+    // After "c=": the network type, the address type and the address, separated by white space;
+    // more tokens may follow.
+    const IsWhiteSpace isSpace;
+    std::string_view tokens[3];
+    unsigned count = 0;
+    for (std::size_t i = 2; i < cLine.size() && count < 3;) {
+        while (i < cLine.size() && isSpace(cLine[i]))
+            ++i;
+        const std::size_t first = i;
+        while (i < cLine.size() && !isSpace(cLine[i]))
+            ++i;
+        if (i > first)
+            tokens[count++] = std::string_view(cLine).substr(first, i - first);
+    }
+    return count == 3 && tokens[0] == "IN" && tokens[1] == "IP4" &&
+           string_to_sockaddr_type(address, std::string(tokens[2]));
 }
 
 // The connection line of every media line is parsed here. Most name the session's line, which is
@@ -108,7 +120,7 @@ bool SdpTranslator::GetEntityBodyAsSDP(const std::string* contentType, const cha
         }
         scratch_.lines.emplace_back(trimmed.data(), trimmed.size());
     }
-    scratch_.rtpMap.clear();
+    scratch_.rtpMap.Clear();
     return true;
 }
 
@@ -131,8 +143,8 @@ int SdpTranslator::TraverseSDP(bool fromSrc, bool isForward, int pass) {
     if (pass == 2) {
         // The allowed payload lists are complete after the first pass; from here on they are
         // only asked whether they hold a payload type.
-        for (auto& entry : scratch_.rtpMap)
-            std::sort(entry.second.begin(), entry.second.end());
+        scratch_.rtpMap.ForEach(
+            [](std::vector<uint32_t>& types) { std::sort(types.begin(), types.end()); });
     }
     int result = 0;
     std::size_t searchedTo = 0;
@@ -237,10 +249,10 @@ inline int SdpTranslator::ReadMediaLine(int pass, const std::string& mLine,
 // no rtpmap attribute (newlyAdded).
 inline const std::vector<uint32_t>& SdpTranslator::AllowedPayloads(uint32_t port, bool isMessage,
                                                                    bool& newlyAdded) {
-    auto codecs = scratch_.rtpMap.find(port);
-    newlyAdded = codecs == scratch_.rtpMap.end();
+    const std::vector<uint32_t>* codecs = scratch_.rtpMap.Find(port);
+    newlyAdded = codecs == nullptr;
     if (!newlyAdded)
-        return codecs->second;
+        return *codecs;
     if (!isMessage) {
         VF_LOG(HostContext(), logsource::kSIP, 2)
             << "SIP   Received a m line without a corresponding a= line";
@@ -251,7 +263,7 @@ inline const std::vector<uint32_t>& SdpTranslator::AllowedPayloads(uint32_t port
         VF_LOG(HostContext(), logsource::kSIP, 2)
             << "SIP   Received a IM message adding to the rtpmap";
     }
-    return scratch_.rtpMap.emplace(port, std::vector<uint32_t>()).first->second;
+    return scratch_.rtpMap.Add(port);
 }
 
 int SdpTranslator::HandleMediaLine(bool isForward, int pass, const std::string& mLine,
@@ -478,10 +490,10 @@ int SdpTranslator::HandleAttributeLine(int pass, const std::string& aLine) {
     const uint32_t payload =
         colon + 1 == last ? 0u : static_cast<uint32_t>(DecimalValue(aLine.c_str() + colon + 1));
     const uint32_t port = static_cast<uint32_t>(state_.lastMediaPort);
-    auto codecs = scratch_.rtpMap.find(port);
-    if (codecs == scratch_.rtpMap.end()) {
+    std::vector<uint32_t>* codecs = scratch_.rtpMap.Find(port);
+    if (codecs == nullptr) {
         VF_LOG(HostContext(), logsource::kSIP, 2) << "SIP   Handle_A_Line adding to the rtpmap";
-        codecs = scratch_.rtpMap.emplace(port, std::vector<uint32_t>()).first;
+        codecs = &scratch_.rtpMap.Add(port);
     }
     if (pass == 1) {
         const std::string::size_type slash = aLine.find('/', second);
@@ -493,10 +505,10 @@ int SdpTranslator::HandleAttributeLine(int pass, const std::string& aLine) {
             VOIPXLATE_ALLOW_CODEC);
         if (allow != nullptr &&
             allow(HostContext(), static_cast<int>(state_.mediaKind), name.c_str()) != 0)
-            codecs->second.push_back(payload);
+            codecs->push_back(payload);
         return 0;
     }
-    const std::vector<uint32_t>& allowed = codecs->second; // sorted for the second pass
+    const std::vector<uint32_t>& allowed = *codecs; // sorted for the second pass
     if (std::binary_search(allowed.begin(), allowed.end(), payload)) {
         Copy(pass, aLine);
         return 0;

@@ -43,7 +43,7 @@ int SIPTranslator::Translate(SIPConnection& connection, bool /*direction*/, cons
     if (!ReadMessage(context, in, inLength, out, outLength, startLine, body))
         return -1;
     tokens_.clear();
-    if (Tokenise<IsWhiteSpace>(tokens_, std::string(startLine)) < 2) {
+    if (Tokenise<IsWhiteSpace>(tokens_, startLine) < 2) {
         VF_LOG(context, logsource::kSIP, 2)
             << "SIP  Ignoring message with < 2 tokens in header line";
         return 0;

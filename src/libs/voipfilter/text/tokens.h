@@ -4,25 +4,26 @@
 #define VOIPFILTER_TEXT_TOKENS_H
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 // Scans text from index start: skips a run of separators, takes the following run of
 // non-separators as one token and appends it, until the end. The vector is not cleared first.
 // Returns tokens.size() after the scan.
 template <typename IsSeparator>
-unsigned Tokenise(std::vector<std::string>& tokens, const std::string& text, unsigned start = 0) {
+unsigned Tokenise(std::vector<std::string>& tokens, std::string_view text, unsigned start = 0) {
     IsSeparator isSeparator;
-    std::string::size_type i = start;
-    const std::string::size_type n = text.size();
+    std::string_view::size_type i = start;
+    const std::string_view::size_type n = text.size();
     while (i < n) {
         while (i < n && isSeparator(text[i]))
             ++i;
         if (i == n)
             break;
-        const std::string::size_type first = i;
+        const std::string_view::size_type first = i;
         while (i < n && !isSeparator(text[i]))
             ++i;
-        tokens.emplace_back(text, first, i - first);
+        tokens.emplace_back(text.data() + first, i - first);
     }
     return static_cast<unsigned>(tokens.size());
 }
