@@ -24,12 +24,12 @@ TEST_P(FlavourTest, Outcome) {
     ConfigureHost(c.host);
     TestCall call;
     Bytes out;
-    if (c.assertion != nullptr) {
-        EXPECT_DEATH(Send(c.entry, c.messages(), call, out), AssertionPattern(c.assertion));
+    if (!c.assertion.empty()) {
+        EXPECT_DEATH(Send(c.entry, c.steps, call, out), AssertionPattern(c.assertion));
         return;
     }
     // Rewritten, and reported as such, but the receiver cannot read what goes out.
-    const std::string trace = Send(c.entry, c.messages(), call, out);
+    const std::string trace = Send(c.entry, c.steps, call, out);
     EXPECT_EQ('1', trace.back()) << trace;
     EXPECT_EQ(c.designedBytes, Hex(out));
     H245::MultimediaSystemControlMessage message;
@@ -44,8 +44,8 @@ TEST_P(FlavourTest, RefusedAndTheCallGoesOn) {
     Bytes out;
     {
         LogCapture log(1);
-        EXPECT_EQ(c.hardened, Send(c.entry, c.messages(), call, out));
-        const std::string reason = c.assertion != nullptr ? c.assertion : "incomplete PER encoding";
+        EXPECT_EQ(c.hardened, Send(c.entry, c.steps, call, out));
+        const std::string reason = c.assertion.empty() ? "incomplete PER encoding" : c.assertion;
         int refusals = 0;
         for (const LoggedLine& line : LogCapture::lines())
             refusals += line.text.find("Message refused: " + reason) != std::string::npos;
