@@ -1,7 +1,6 @@
 // Q.931 framing of H.225.0 PDUs, transport address conversion, and the header string services.
 #include "golden.h"
 #include "h323_test_support.h"
-#include "log_capture.h"
 
 #include <gtest/gtest.h>
 

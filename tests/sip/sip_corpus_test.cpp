@@ -127,7 +127,7 @@ TEST_F(Corpus, HostileDatagrams) {
         many += "X: y\r\n";
     EXPECT_EQ(TranslateExact(connection, many + "\r\n", 4096), 0);
     EXPECT_TRUE(
-        LogCapture::Has("SIP  Ignoring message with insufficient fields to construct dialog ID\n"));
+        log_->Logged("SIP  Ignoring message with insufficient fields to construct dialog ID"));
 
     // An INVITE whose body is cut in the middle of a line still translates what is there.
     ForgetMessage(invite);

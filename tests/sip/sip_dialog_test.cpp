@@ -58,7 +58,7 @@ TEST_F(SipDialog, BadArgumentsAndEmptyDatagrams) {
     EXPECT_EQ(sipxlate_udp_destroy(nullptr), -1);
     sipxlate_destroy(nullptr);
     EXPECT_EQ(sipxlate_udp_translate(connection, 1, in, 0, out, &length, 1), -1);
-    EXPECT_TRUE(LogCapture::Has("SIP  Malformed header line\n"));
+    EXPECT_TRUE(log_->Logged("SIP  Malformed header line"));
     EXPECT_EQ(sipxlate_udp_translate(connection, 1, nullptr, 10, out, &length, 1), -1);
     EXPECT_EQ(sipxlate_udp_translate(connection, 1, in, sizeof in - 1, nullptr, &length, 1), -1);
     EXPECT_EQ(sipxlate_udp_translate(connection, 1, in, sizeof in - 1, out, nullptr, 1), -1);
@@ -68,7 +68,7 @@ TEST_F(SipDialog, BadArgumentsAndEmptyDatagrams) {
     const unsigned startLength = 21;
     length = startLength + 2;
     EXPECT_EQ(sipxlate_udp_translate(connection, 1, in, sizeof in - 1, out, &length, 1), -1);
-    EXPECT_TRUE(LogCapture::Has("SIP  Insufficient buffer space for SIP header\n"));
+    EXPECT_TRUE(log_->Logged("SIP  Insufficient buffer space for SIP header"));
     length = startLength + 3;
     EXPECT_EQ(sipxlate_udp_translate(connection, 1, in, sizeof in - 1, out, &length, 1), 0);
 
@@ -85,10 +85,9 @@ TEST_F(SipDialog, RewrittenMessageNeedsRoomForItsTerminatingNul) {
     const unsigned needed = static_cast<unsigned>(out_.size()) + 1;
 
     Forget(callId);
-    LogCapture::lines().clear();
     EXPECT_EQ(Translate(connection, text, 1, needed - 1), -1);
-    EXPECT_TRUE(LogCapture::Has("SIP  Output buffer too small for translated SIP of size " +
-                                std::to_string(needed) + "\n"));
+    EXPECT_TRUE(log_->Logged("SIP  Output buffer too small for translated SIP of size " +
+                             std::to_string(needed)));
     Forget(callId);
     EXPECT_EQ(Translate(connection, text, 1, needed), 1);
     EXPECT_EQ(out_.size() + 1, needed);

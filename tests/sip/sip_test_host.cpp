@@ -94,7 +94,7 @@ void SipHostTest::SetUp() {
     voipxlate_setfunction(VOIPXLATE_CALL_INFORMATION, Slot(&CallInformation));
     voipxlate_setfunction(VOIPXLATE_CALL_ON_HOLD, Slot(&OnHold));
     voipxlate_setfunction(VOIPXLATE_OPEN_IM_CHANNEL, Slot(&OpenIm));
-    log_ = std::make_unique<LogCapture>(5);
+    log_ = std::make_unique<Transcript>(5);
 }
 
 void SipHostTest::TearDown() {

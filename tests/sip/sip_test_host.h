@@ -5,7 +5,6 @@
 
 #include "host/registry.h"
 #include "host/sockaddr.h"
-#include "log_capture.h"
 #include "registry_guard.h"
 #include "sip/translator.h"
 #include "test_util.h"
@@ -61,7 +60,7 @@ protected:
     int Translate(SIPConnection* connection, const std::string& message, int option = 1,
                   unsigned capacity = 8192);
 
-    std::unique_ptr<LogCapture> log_;
+    std::unique_ptr<Transcript> log_;
     std::vector<SIPConnection*> connections_;
     std::string out_;
 };
