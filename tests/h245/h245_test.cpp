@@ -86,23 +86,10 @@ TEST_F(H245Test, CapabilitySetUnchangedWithoutVetoOrWhenAllKept) {
 // Entries without a capability stay; a descriptor's sets lose the removed numbers, and sets and
 // descriptors left empty go.
 TEST_F(H245Test, CapabilitySetFiltering) {
-    H245::MultimediaSystemControlMessage message = SynthTCS();
+    H245::MultimediaSystemControlMessage message = Message(
+        "synthesized TCS with a T.120 entry 9, an entry 10 without capability and a descriptor 7 "
+        "without sets");
     H245::TerminalCapabilitySet& tcs = message.ref_request().ref_terminalCapabilitySet();
-    auto* data = new H245::CapabilityTableEntry;
-    data->ref_capabilityTableEntryNumber() = 9;
-    auto& capability = data->set_capability(H245::Capability());
-    capability.select(H245::Capability::receiveDataApplicationCapability::id_);
-    auto& application = capability.ref_receiveDataApplicationCapability().ref_application();
-    application.select(H245::DataApplicationCapability_application::t120::id_);
-    application.ref_t120().select(H245::DataProtocolCapability::tcp::id_);
-    tcs.ref_capabilityTable().push_back(data);
-    auto* bare = new H245::CapabilityTableEntry;
-    bare->ref_capabilityTableEntryNumber() = 10;
-    tcs.ref_capabilityTable().push_back(bare);
-    auto* plain = new H245::CapabilityDescriptor;
-    plain->ref_capabilityDescriptorNumber() = 7;
-    tcs.ref_capabilityDescriptors().push_back(plain);
-
     host().refusedCodecs = {"(unknown)"}; // the user input entry 4 and the T.120 entry 9
     t.Note("> veto (unknown)\nresult " +
            std::to_string(TranslateTerminalCapabilitySet(call.HostContext(), tcs)));
