@@ -1,7 +1,6 @@
 // Q.931 framing of H.225.0 PDUs, transport address conversion, and the header string services.
 #include "golden.h"
 #include "h323_test_support.h"
-#include "log_capture.h"
 
 #include <gtest/gtest.h>
 
@@ -10,61 +9,28 @@
 
 namespace {
 
-using Body = H225::H323_UU_PDU_h323_message_body;
-
-Bytes ReleaseCompleteInformation() {
-    return Encode(Message(Body::releaseComplete::id_));
-}
-
-struct FramingCase {
-    const char* name;
-    Bytes pdu;
-    int expected;
-};
-
 class FramingTest : public RegistryTest {};
 
+// tests/data/h225/decode-results.txt: the result of decodeh225pdu, what the frame is, the frame.
 TEST_F(FramingTest, DecodeResults) {
-    const Bytes uu = ReleaseCompleteInformation();
-    const Bytes header = {0x08, 0x02, 0x00, 0x01, 0x5a};
-    const Bytes good = Frame(uu, 0x5a);
-    Bytes truncated = good;
-    truncated.pop_back();
-    const FramingCase cases[] = {
-        {"empty", {}, -1},
-        {"four bytes", {0x08, 0x02, 0x00, 0x01}, -1},
-        {"call reference length 1",
-         Cat({{0x08, 0x01, 0x01, 0x5a, 0x00}, Bytes(good.begin() + 5, good.end())}), -1},
-        {"call reference length 0",
-         Cat({{0x08, 0x00, 0x5a, 0x00, 0x00}, Bytes(good.begin() + 5, good.end())}), -1},
-        {"header only", header, -1},
-        {"no user-user element", Cat({header, {0xA1, 0x28, 0x01, 'x'}}), -1},
-        {"user-user length 1", Cat({header, {0x7E, 0x00, 0x01, 0x05}}), -1},
-        {"user-user length 0", Cat({header, {0x7E, 0x00, 0x00}}), -1},
-        {"user-user length cut off", Cat({header, {0x7E, 0x00}}), -1},
-        {"user-user longer than the frame", truncated, -1},
-        {"element overruns the frame", Cat({good, {0x28, 0x05, 'a', 'b'}}), -1},
-        {"element without its length", Cat({good, {0x28}}), -1},
-        {"undecodable user information", Cat({header, {0x7E, 0x00, 0x03, 0x05, 0xFF, 0xFF}}), -2},
-        {"valid", good, 1},
-        {"valid, single-octet element last", Cat({good, {0xA1}}), 1},
-    };
-    for (const FramingCase& c : cases) {
+    for (const auto& [label, pdu] : ReadHexRows("h225/decode-results.txt")) {
         H225TranslatorContext call(nullptr, {}, {}, {}, {});
         // A copy of exactly the PDU's length, so that ASan catches any read past its end.
-        std::unique_ptr<unsigned char[]> exact(new unsigned char[c.pdu.size() + 1]);
-        std::copy(c.pdu.begin(), c.pdu.end(), exact.get());
-        EXPECT_EQ(c.expected, h323xlate_h225_decodeh225pdu(&call, exact.get(),
-                                                           static_cast<unsigned>(c.pdu.size())))
-            << c.name;
+        std::unique_ptr<unsigned char[]> exact(new unsigned char[pdu.size() + 1]);
+        std::copy(pdu.begin(), pdu.end(), exact.get());
+        EXPECT_EQ(std::stoi(label), h323xlate_h225_decodeh225pdu(&call, exact.get(),
+                                                                 static_cast<unsigned>(pdu.size())))
+            << label;
     }
 }
 
 TEST_F(FramingTest, RebuiltFrameKeepsElementsAndPutsUserUserLast) {
     TestHost::Get().Reset();
+    // A slow-start SETUP with a Bearer capability and a Sending complete element before its
+    // user-user element, and a Display after it.
     const Bytes before = {0x04, 0x03, 0x80, 0x90, 0xA5, 0xA1};
     const Bytes display = {0x28, 0x03, 'b', 'o', 'b'};
-    const Bytes pdu = Frame(Encode(SlowStartSetupMessage()), 0x05, before, display);
+    const Bytes pdu = HexRow("h225/frames.txt", "slow-start SETUP between elements");
 
     TestCall call;
     int status;
@@ -92,14 +58,7 @@ TEST_F(FramingTest, RebuiltFrameKeepsElementsAndPutsUserUserLast) {
 }
 
 TEST_F(FramingTest, LastUserUserElementWins) {
-    const Bytes first = ReleaseCompleteInformation();
-    const Bytes second = Encode(Message(Body::empty::id_));
-    Bytes pdu = Frame(first, 0x5a);
-    pdu.push_back(0x7E);
-    pdu.push_back(0x00);
-    pdu.push_back(static_cast<unsigned char>(second.size() + 1));
-    pdu.push_back(0x05);
-    pdu.insert(pdu.end(), second.begin(), second.end());
+    const Bytes pdu = HexRow("h225/frames.txt", "RELEASE COMPLETE then EMPTY");
     TestCall call;
     int status;
     EXPECT_EQ(-2, call.Send(true, pdu, nullptr, &status)); // EMPTY in the Idle state
@@ -147,37 +106,10 @@ TEST_F(FramingTest, TransportAddressConversion) {
 // no vendor, and a SETUP whose endpoint announces none, are re-encoded as they are.
 TEST(HeaderStringTest, GetAndSet) {
     const Bytes synth = ReadFile(DataFile("h323/synth-setup-faststart.q931.bin"));
-    H225::H323_UserInformation ui = SynthSetup();
-    auto& aliases = SetupOf(ui).ref_sourceAddress();
-    aliases.resize(1);
-    const Bytes h323IdOnly = Frame(Encode(ui));
-    aliases.resize(2);
-    aliases[1].select(H225::AliasAddress::email_ID::id_);
-    aliases[1].ref_email_ID() = "alice@example.org";
-    const Bytes email = Frame(Encode(ui));
-    SetupOf(ui).removeOptionalField(H225::Setup_UUIE::e_sourceAddress);
-    SetupOf(ui).ref_sourceInfo().removeOptionalField(H225::EndpointType::e_vendor);
-    const Bytes noAliasNoVendor = Frame(Encode(ui));
-    H225::H323_UserInformation connect = Message(Body::connect::id_);
-    ConnectOf(connect).ref_destinationInfo().set_vendor(H225::VendorIdentifier());
-    const std::pair<const char*, Bytes> messages[] = {
-        {"synthesized SETUP", synth},
-        {"the same between elements",
-         Frame(Encode(SynthSetup()), 0x05, {0xA1}, {0x28, 0x02, 'h', 'i'})},
-        {"SETUP with an h323-ID only", h323IdOnly},
-        {"SETUP with an email-ID", email},
-        {"SETUP without aliases or vendor", noAliasNoVendor},
-        {"CONNECT with a vendor", Frame(Encode(connect), 0x07)},
-        {"FACILITY", Frame(Encode(Message(Body::facility::id_)), 0x62)},
-        {"RELEASE COMPLETE", Frame(Encode(Message(Body::releaseComplete::id_)), 0x5a)},
-        {"cut SETUP", Bytes(synth.begin(), synth.begin() + 20)},
-        {"no user-user element", {0x08, 0x02, 0x00, 0x01, 0x05, 0xA1}},
-        {"undecodable", {0x08, 0x02, 0x00, 0x01, 0x05, 0x7E, 0x00, 0x02, 0x05, 0xFF}},
-    };
     TestCall call;
     std::string table;
-    for (const auto& [name, pdu] : messages) {
-        table += std::string("> ") + name + "\nget";
+    for (const auto& [name, pdu] : ReadHexRows("h225/header-string-messages.txt")) {
+        table += "> " + name + "\nget";
         for (int selector = 0; selector <= 5; ++selector) {
             const char* text = h323xlate_h225_getheaderstring(
                 call.handle, pdu.data(), static_cast<unsigned>(pdu.size()), selector);

@@ -32,14 +32,14 @@ struct Step {
 };
 
 struct HostileCase {
-    const char* name;
+    std::string name;
     MediaHost host;
     Entry entry;
-    std::vector<Step> (*messages)();
-    // Default flavour: the assertion it stops on, or else the half encoding it sends (hex).
-    const char* assertion;
-    const char* designedBytes;
-    const char* hardened; // the results in the hardened flavour
+    std::vector<Step> steps;
+    // Default flavour: the assertion it stops on, or else (empty) the half encoding it sends (hex).
+    std::string assertion;
+    std::string designedBytes;
+    std::string hardened; // the results in the hardened flavour
 };
 
 const std::vector<HostileCase>& HostileCases();

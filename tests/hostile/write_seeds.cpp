@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     for (std::size_t i = 0; i < cases.size(); ++i) {
         const HostileCase& c = cases[i];
         const std::string name = "/hostile-" + std::to_string(i);
-        const std::vector<Step> steps = c.messages();
+        const std::vector<Step>& steps = c.steps;
         Bytes calls = {Policy(c.host), 5};
         Bytes channel = calls;
         for (const Step& step : steps) {

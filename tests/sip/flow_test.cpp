@@ -48,27 +48,6 @@ std::vector<Step> ReadFlow(const std::string& path) {
     return steps;
 }
 
-// The message of a step: its lines with CR LF, trailing empty lines dropped, the empty line
-// after the headers added when there is no body, "Content-Length: *" filled in.
-std::string Message(std::vector<std::string> lines) {
-    while (!lines.empty() && lines.back().empty())
-        lines.pop_back();
-    std::string head, body;
-    bool inBody = false;
-    for (const std::string& line : lines) {
-        if (!inBody && line.empty())
-            inBody = true;
-        else
-            (inBody ? body : head) += line + "\r\n";
-    }
-    for (const std::string name : {"\nContent-Length: *", "\nl: *"}) {
-        const std::string::size_type star = head.find(name);
-        if (star != std::string::npos)
-            head.replace(star + name.size() - 1, 1, std::to_string(body.size()));
-    }
-    return head + "\r\n" + body;
-}
-
 // The rewritten message, one "| " line each; a line that does not end with CR LF says so.
 std::string Render(const std::string& message) {
     std::string out;
@@ -116,7 +95,7 @@ std::string Datagram(const Step& step) {
     for (std::size_t i = 1; i + 1 < step.words.size(); ++i)
         if (step.words[i] == "file")
             return LoadSip(step.words[i + 1]);
-    return Message(step.lines);
+    return SipDatagram(step.lines);
 }
 
 TEST_P(Flow, MatchesItsTranscript) {

@@ -94,7 +94,7 @@ void SipHostTest::SetUp() {
     voipxlate_setfunction(VOIPXLATE_CALL_INFORMATION, Slot(&CallInformation));
     voipxlate_setfunction(VOIPXLATE_CALL_ON_HOLD, Slot(&OnHold));
     voipxlate_setfunction(VOIPXLATE_OPEN_IM_CHANNEL, Slot(&OpenIm));
-    log_ = std::make_unique<LogCapture>(5);
+    log_ = std::make_unique<Transcript>(5);
 }
 
 void SipHostTest::TearDown() {
@@ -200,48 +200,21 @@ std::string BodyOf(const std::string& message) {
     return pos == std::string::npos ? std::string() : message.substr(pos + 4);
 }
 
-std::string SipMessage::Text() const {
-    std::string text = start + "\r\nVia: " + via + "\r\nFrom: " + from + "\r\nTo: " + to +
-                       "\r\nCall-ID: " + callId + "\r\nCSeq: " + cseq + "\r\n";
-    for (const std::string& line : extra)
-        text += line + "\r\n";
-    if (!body.empty())
-        text += "Content-Type: " + contentType +
-                "\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
-    return text + "\r\n" + body;
-}
-
-SipMessage SipMessage::Response(const std::string& status) const {
-    SipMessage response = *this;
-    response.start = "SIP/2.0 " + status;
-    response.to = to + ";tag=t1";
-    response.body.clear();
-    response.extra.clear();
-    return response;
-}
-
-SipMessage SipMessage::Request(const std::string& method, const std::string& branch) const {
-    SipMessage request = *this;
-    request.start = method + " sip:bob@192.0.2.10 SIP/2.0";
-    request.via = "SIP/2.0/UDP 10.0.0.5:5060;branch=" + branch;
-    request.to = to + ";tag=t1";
-    request.cseq = "2 " + method;
-    request.body.clear();
-    request.extra.clear();
-    return request;
-}
-
-std::string AudioSdp(const std::string& ip, int port, const std::vector<std::string>& rtpmaps,
-                     const std::vector<std::string>& attributes) {
-    std::string formats;
-    for (const std::string& map : rtpmaps)
-        formats += " " + map.substr(0, map.find(' '));
-    std::string sdp = "v=0\r\no=- 1 1 IN IP4 " + ip + "\r\ns=-\r\nc=IN IP4 " + ip +
-                      "\r\nt=0 0\r\nm=audio " + std::to_string(port) + " RTP/AVP" + formats +
-                      "\r\n";
-    for (const std::string& map : rtpmaps)
-        sdp += "a=rtpmap:" + map + "\r\n";
-    for (const std::string& attribute : attributes)
-        sdp += attribute + "\r\n";
-    return sdp;
+std::string SipDatagram(std::vector<std::string> lines) {
+    while (!lines.empty() && lines.back().empty())
+        lines.pop_back();
+    std::string head, body;
+    bool inBody = false;
+    for (const std::string& line : lines) {
+        if (!inBody && line.empty())
+            inBody = true;
+        else
+            (inBody ? body : head) += line + "\r\n";
+    }
+    for (const std::string name : {"\nContent-Length: *", "\nl: *"}) {
+        const std::string::size_type star = head.find(name);
+        if (star != std::string::npos)
+            head.replace(star + name.size() - 1, 1, std::to_string(body.size()));
+    }
+    return head + "\r\n" + body;
 }

@@ -5,7 +5,6 @@
 
 #include "host/registry.h"
 #include "host/sockaddr.h"
-#include "log_capture.h"
 #include "registry_guard.h"
 #include "sip/translator.h"
 #include "test_util.h"
@@ -61,35 +60,15 @@ protected:
     int Translate(SIPConnection* connection, const std::string& message, int option = 1,
                   unsigned capacity = 8192);
 
-    std::unique_ptr<LogCapture> log_;
+    std::unique_ptr<Transcript> log_;
     std::vector<SIPConnection*> connections_;
     std::string out_;
 };
 
-// A SIP message put together for a test; Text() adds Content-Type and Content-Length when there
-// is a body.
-struct SipMessage {
-    std::string start = "INVITE sip:bob@192.0.2.10 SIP/2.0";
-    std::string via = "SIP/2.0/UDP 10.0.0.5:5060;branch=z9hG4bK-1";
-    std::string from = "Alice <sip:alice@10.0.0.5>;tag=a1";
-    std::string to = "<sip:bob@192.0.2.10>";
-    std::string callId = "call";
-    std::string cseq = "1 INVITE";
-    std::vector<std::string> extra; // further header lines
-    std::string contentType = "application/sdp";
-    std::string body;
-
-    std::string Text() const;
-    // The same message as a response of the callee (To tag t1) with this status line.
-    SipMessage Response(const std::string& status) const;
-    // An in-dialog request of the caller with this method, CSeq and branch.
-    SipMessage Request(const std::string& method, const std::string& branch) const;
-};
-
-// An SDP body with one audio line: c= at session level, rtpmap lines for the payloads given as
-// "0 PCMU/8000" and any further attribute lines.
-std::string AudioSdp(const std::string& ip, int port, const std::vector<std::string>& rtpmaps,
-                     const std::vector<std::string>& attributes = {});
+// A datagram written as lines, as the flow files write it: each line ends with CR LF, trailing
+// empty lines go, the empty line after the headers is added when there is no body, and
+// "Content-Length: *" (or "l: *") gets the length of the body.
+std::string SipDatagram(std::vector<std::string> lines);
 
 // Reads a file below tests/data/sip.
 std::string LoadSip(const std::string& relative);

@@ -65,6 +65,49 @@ template <class Out = Bytes> Out FromHex(const std::string& hex) {
     return out;
 }
 
+// \r, \n, \t, \0, \\ and \xHH as the octets they stand for.
+inline std::string Unescape(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            out += text[i];
+            continue;
+        }
+        const char c = text[++i];
+        if (c == 'x') {
+            out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+            i += 2;
+        } else {
+            out += c == 'r' ? '\r' : c == 'n' ? '\n' : c == 't' ? '\t' : c == '0' ? '\0' : c;
+        }
+    }
+    return out;
+}
+
+// A table of labelled octet strings below tests/data: one "LABEL HEX" a line, the last word the
+// octets in hex ("-" for none), the words before it the label; '#' starts a comment line.
+inline std::vector<std::pair<std::string, Bytes>> ReadHexRows(const std::string& relative) {
+    std::vector<std::pair<std::string, Bytes>> rows;
+    std::istringstream in(ReadText(DataFile(relative)));
+    for (std::string line; std::getline(in, line);) {
+        const std::string::size_type blank = line.rfind(' ');
+        if (line.empty() || line[0] == '#' || blank == std::string::npos)
+            continue;
+        const std::string hex = line.substr(blank + 1);
+        rows.emplace_back(line.substr(0, blank), hex == "-" ? Bytes() : FromHex(hex));
+    }
+    return rows;
+}
+
+// The octets of one row of such a table.
+inline Bytes HexRow(const std::string& relative, const std::string& label) {
+    for (const auto& row : ReadHexRows(relative))
+        if (row.first == label)
+            return row.second;
+    ADD_FAILURE() << relative << " has no row " << label;
+    return {};
+}
+
 // Lower-case hex of the octets, with the separator between them ("0a 1b" for " ").
 template <class In> std::string Hex(const In& bytes, const char* separator = "") {
     static const char digits[] = "0123456789abcdef";

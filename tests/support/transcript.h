@@ -40,6 +40,10 @@ public:
     // Lines logged with this host context (a helper's, not the flow's) are left out.
     void Ignore(void* context) { Ignored() = context; }
     const std::string& str() const { return Text(); }
+    // True when a line was logged with exactly this text and a line end.
+    bool Logged(const std::string& line) const {
+        return Text().find(": " + line + "\\n\n") != std::string::npos;
+    }
 
 private:
     int level_;

@@ -6,53 +6,14 @@ import unittest
 from asn1gen import config, emit_cpp, resolve
 from asn1gen.parser import parse
 
-SEC = '''Sec DEFINITIONS AUTOMATIC TAGS ::= BEGIN
-TimeStamp ::= INTEGER (1..4294967295)
-Token ::= SEQUENCE { t TimeStamp OPTIONAL, id OBJECT IDENTIFIER, ... }
-SIGNED{ToBeSigned} ::= SEQUENCE { toBeSigned ToBeSigned, signature BIT STRING }
-END
-'''
+# Two small modules and their configuration (tests/data/modules), with the features the
+# generator supports: imports, parameterized and open types, extensions, pruning, groups, splits.
+def _read(name):
+    with open(os.path.join(os.path.dirname(os.path.abspath(__file__)), 'data', 'modules', name)) as f:
+        return f.read()
 
-MAIN = '''Main DEFINITIONS AUTOMATIC TAGS ::= BEGIN
-IMPORTS SIGNED{}, Token, TimeStamp FROM Sec;
-Digits ::= IA5String (FROM ("0123456789#*"))
-Address ::= CHOICE {
-  ipAddress SEQUENCE { ip OCTET STRING (SIZE(4)), port INTEGER (0..65535) },
-  digits Digits (SIZE (1..16)),
-  create NULL,
-  ...,
-  ip6Address SEQUENCE { ip OCTET STRING (SIZE(16)), port INTEGER (0..65535), ... },
-  legacy NULL
-}
-Msg ::= SEQUENCE {
-  a INTEGER (0..7, ...),
-  b Address OPTIONAL,
-  c SEQUENCE OF SEQUENCE { x BOOLEAN },
-  d BOOLEAN OPTIONAL,
-  ...,
-  e Token,
-  f EncodedToken OPTIONAL,
-  g SIGNED { EncodedToken }
-}
-EncodedToken ::= TYPE-IDENTIFIER.&Type (Token)
-Alias ::= Token (WITH COMPONENTS {..., t PRESENT})
-Reason ::= ENUMERATED { busy, noAnswer, ..., rejected }
-END
-'''
 
-CNF = '''module Sec
-  source sec.asn
-  namespace SEC
-  output sec
-module Main
-  source main.asn
-  namespace MAIN
-  output main_messages
-  split 2
-  group main_address Address Address_*
-  prune Address legacy
-  codec buffer Msg
-'''
+SEC, MAIN, CNF = _read('sec.asn'), _read('main.asn'), _read('modules.cnf')
 
 
 def build(cnf=CNF, texts=(SEC, MAIN)):

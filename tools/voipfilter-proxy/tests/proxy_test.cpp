@@ -12,6 +12,7 @@
 #include "port_pool.h"
 #include "relay_book.h"
 #include "sip_summary.h"
+#include "test_util.h"
 #include "tpkt.h"
 
 namespace proxy {
@@ -36,22 +37,6 @@ TEST(Config, FileThenCommandLine) {
     EXPECT_EQ(validateConfig(config), "");
     EXPECT_EQ(config.deniedCodecs, (std::vector<std::string>{"G729", "gsm", "PCMA"}));
     EXPECT_EQ(endpointText(config.h323Peer[Inside]), "10.0.0.9:1721");
-}
-
-// \r, \n and \xHH as the octets they stand for.
-std::string Unescape(const std::string& text) {
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\\' || i + 1 == text.size()) {
-            out += text[i];
-        } else if (text[++i] == 'x') {
-            out += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
-            i += 2;
-        } else {
-            out += text[i] == 'r' ? '\r' : '\n';
-        }
-    }
-    return out;
 }
 
 TEST(Cases, ConfigErrorsAndSipSummaries) {

@@ -71,8 +71,6 @@ public:
     FastStart& FastStartProcedure() { return fastStart_; }
 
     voipxlate_callinformation* CallInformation() { return &callInfo_; }
-    uint32_t SetupFlags() const { return setupFlags_ | fastStart_.Flags(); }
-    const sockaddr_type& PeerH245Address() const { return peerH245_; }
 
 private:
     // An OpenLogicalChannel from the callee before CONNECT turns the fast start offer down

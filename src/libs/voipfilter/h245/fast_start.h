@@ -30,8 +30,6 @@ class FastStart {
 public:
     explicit FastStart(LogicalChannels& channels) : channels_(channels) {}
 
-    // The setupflag::kFastStart* bits of the procedure so far.
-    uint32_t Flags() const { return flags_; }
     bool Offered() const { return (flags_ & setupflag::kFastStartOffered) != 0; }
     // Records whether the SETUP just seen carried a proposal.
     void SetOffered(bool offered) {

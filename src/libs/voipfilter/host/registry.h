@@ -18,7 +18,6 @@ public:
     // Stores fn in slot index; indices outside 0..15 (negative ones included) change nothing.
     void SetFunction(int index, voipxlate_function fn);
     int SetLogLevel(int level) { return logLevel_ = level; }
-    int LogLevel() const { return logLevel_; }
 
     voipxlate_function Function(int index) const { return slots_[index]; }
 

@@ -34,17 +34,10 @@ public:
     // Asks the host to withdraw every signalling mapping, lowest port first, and forgets them.
     virtual void RemoveSignallingMappings();
 
-    // The four creation addresses, in argument order (index 0..3).
-    const sockaddr_type& Address(int index) const {
-        const sockaddr_type* addresses[] = {&first_, &second_, &third_, &fourth_};
-        return *addresses[index & 3];
-    }
-
+private:
     // Signalling port (host order, read as a signed 16-bit number) -> the host's mapping handle.
     using SignallingMappings = std::map<int16_t, void*>;
-    const SignallingMappings& Mappings() const { return signallingMappings_; }
 
-private:
     sockaddr_type first_;
     sockaddr_type second_;
     sockaddr_type third_;
