@@ -26,4 +26,5 @@ files() { git ls-files --cached --others --exclude-standard -- "$@"; }
 
 tests=$( (files tests; files tools | grep '^tools/[^/]*/tests/') | count)
 code=$( (files src | grep -v '^src/libs/voipfilter/modules/'; files tools | grep -v '^tools/[^/]*/tests/') | count)
-printf 'tests: %d lines\ncode:  %d lines\nshare: %d %%\n' "$tests" "$code" $((100 * tests / code))
+printf 'tests: %d lines\ncode:  %d lines\nshare: %d.%d %%\n' "$tests" "$code" $((100 * tests / code)) \
+  $((1000 * tests / code % 10))
