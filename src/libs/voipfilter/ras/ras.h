@@ -38,10 +38,13 @@ private:
     // Signalling port (host order, read as a signed 16-bit number) -> the host's mapping handle.
     using SignallingMappings = std::map<int16_t, void*>;
 
+    // The four addresses of the association, as the host passed them. The rules read the first
+    // (the endpoint as the host sees it) and the third (what to announce for it); the other two
+    // are kept with them, unread.
     sockaddr_type first_;
-    sockaddr_type second_;
+    [[maybe_unused]] sockaddr_type second_;
     sockaddr_type third_;
-    sockaddr_type fourth_;
+    [[maybe_unused]] sockaddr_type fourth_;
     SignallingMappings signallingMappings_;
 };
 
