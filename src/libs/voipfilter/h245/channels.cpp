@@ -18,6 +18,23 @@ const char* Direction(bool fromOriginator) {
     return fromOriginator ? "forward" : "reverse";
 }
 
+// Writes the addresses the host gave one direction of a session into the channel's parameters
+// (an OpenLogicalChannel's or its Ack's) and logs the translation; what names the message.
+template <class Parameters>
+void WriteTranslated(void* hostContext, Parameters& parameters,
+                     const voipxlate_mediasessioninformation& session, bool fromOriginator,
+                     int sessionID, const char* what) {
+    const sockaddr_type& announced = fromOriginator ? session.forwardRTP : session.reverseRTP;
+    const sockaddr_type& translatedRTP =
+        fromOriginator ? session.forwardRTPTranslated : session.reverseRTPTranslated;
+    const sockaddr_type& translatedRTCP =
+        fromOriginator ? session.forwardRTCPTranslated : session.reverseRTCPTranslated;
+    VF_LOG(hostContext, logsource::kH245, 3)
+        << "H.245\t" << Direction(fromOriginator) << ' ' << what << " for session " << sessionID
+        << " translated from " << announced << " to " << translatedRTP;
+    WriteMediaAddresses(parameters, translatedRTP, translatedRTCP);
+}
+
 } // namespace
 
 LogicalChannels::LogicalChannels(void* hostContext, voipxlate_callinformation& call)
@@ -116,15 +133,8 @@ int LogicalChannels::TranslateOpenLogicalChannel(bool fromOriginator, OpenLogica
         << session->codecName;
     if (RequestMediaChannel(session, fromOriginator, rtp, rtcp) < 0)
         return -1;
-    const sockaddr_type& announced = fromOriginator ? session->forwardRTP : session->reverseRTP;
-    const sockaddr_type& translatedRTP =
-        fromOriginator ? session->forwardRTPTranslated : session->reverseRTPTranslated;
-    const sockaddr_type& translatedRTCP =
-        fromOriginator ? session->forwardRTCPTranslated : session->reverseRTCPTranslated;
-    VF_LOG(sessions_.HostContext(), logsource::kH245, 3)
-        << "H.245\t" << Direction(fromOriginator) << " OLC for session " << sessionID
-        << " translated from " << announced << " to " << translatedRTP;
-    WriteMediaAddresses(parameters, translatedRTP, translatedRTCP);
+    WriteTranslated(sessions_.HostContext(), parameters, *session, fromOriginator, sessionID,
+                    "OLC");
     return 1;
 }
 
@@ -169,14 +179,7 @@ int LogicalChannels::TranslateOpenLogicalChannelAck(bool fromOriginator,
     }
     if (RequestMediaChannel(session, fromOriginator, rtp, rtcp) < 0)
         return -1;
-    const sockaddr_type& announced = fromOriginator ? session->forwardRTP : session->reverseRTP;
-    const sockaddr_type& translatedRTP =
-        fromOriginator ? session->forwardRTPTranslated : session->reverseRTPTranslated;
-    const sockaddr_type& translatedRTCP =
-        fromOriginator ? session->forwardRTCPTranslated : session->reverseRTCPTranslated;
-    VF_LOG(sessions_.HostContext(), logsource::kH245, 3)
-        << "H.245\t" << Direction(fromOriginator) << " OLC ack for session " << sessionID
-        << " translated from " << announced << " to " << translatedRTP;
-    WriteMediaAddresses(parameters, translatedRTP, translatedRTCP);
+    WriteTranslated(sessions_.HostContext(), parameters, *session, fromOriginator, sessionID,
+                    "OLC ack");
     return 1;
 }
