@@ -71,15 +71,9 @@ std::string Escaped(const std::string& text) {
 }
 
 TEST(PerTable, EveryRowDecodesPrintsAndEncodesAsListed) {
-    std::istringstream table(ReadText(DataFile("asn1/per.tsv")));
-    unsigned rows = 0, number = 0;
-    for (std::string line; std::getline(table, line);) {
-        ++number;
-        if (line.empty() || line[0] == '#')
-            continue;
-        std::vector<std::string> cells = SplitLines(line, '\t');
-        cells.resize(4);
-        const std::string where = "per.tsv:" + std::to_string(number) + " " + cells[0];
+    const auto rows = TableRows("asn1/per.tsv", 4);
+    for (const std::vector<std::string>& cells : rows) {
+        const std::string where = cells[0] + " " + cells[1];
         const bool aligned = cells[0].compare(0, 10, "unaligned ") != 0;
         const std::string type = aligned ? cells[0] : cells[0].substr(10);
         const std::vector<char> in = Octets(cells[1]);
@@ -100,9 +94,8 @@ TEST(PerTable, EveryRowDecodesPrintsAndEncodesAsListed) {
         if (cells[2] != "FAIL" && encode) {
             EXPECT_EQ(Hex(cells[3] == "=" ? in : Octets(cells[3])), got.octets) << where;
         }
-        ++rows;
     }
-    EXPECT_GT(rows, 100u);
+    EXPECT_GT(rows.size(), 100u);
 }
 
 const char kMessage[] = "c0c880800a09657874656e73696f6e03800180060008914a00040600630061006c006c"

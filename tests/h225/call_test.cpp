@@ -18,12 +18,7 @@ TEST_P(CallTest, FlowMatchesItsTranscript) {
     PlayFlow("h225/" + GetParam());
 }
 
-INSTANTIATE_TEST_SUITE_P(H225, CallTest, ::testing::ValuesIn(FlowNames("h225")),
-                         [](const ::testing::TestParamInfo<std::string>& info) {
-                             std::string name = info.param;
-                             std::replace(name.begin(), name.end(), '-', '_');
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(H225, CallTest, ::testing::ValuesIn(FlowNames("h225")), TestName);
 
 TEST(CallEntryTest, TranslateAndEncodeBeforeAnyDecode) {
     TestCall call;

@@ -11,8 +11,6 @@
 
 #include <voipfilter/voipfilter.h>
 
-#include <dirent.h>
-
 #include <algorithm>
 #include <fstream>
 #include <memory>
@@ -291,21 +289,6 @@ inline bool DecodeFrame(const Bytes& frame, H225::H323_UserInformation& out) {
 }
 
 // --- Flow files ---------------------------------------------------------------------------------
-
-// The flows of a folder below tests/data (their names without ".flow"), sorted.
-inline std::vector<std::string> FlowNames(const std::string& folder) {
-    std::vector<std::string> names;
-    if (DIR* dir = opendir(DataFile(folder).c_str())) {
-        while (const dirent* entry = readdir(dir)) {
-            const std::string name = entry->d_name;
-            if (name.size() > 5 && name.compare(name.size() - 5, 5, ".flow") == 0)
-                names.push_back(name.substr(0, name.size() - 5));
-        }
-        closedir(dir);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
-}
 
 // Plays tests/data/<flow>.flow on calls through the C API and compares the transcript at level
 // 5 with tests/data/<flow>.txt. A flow file has one PDU a line, "LABEL O|D h225|h245 HEX" (from

@@ -16,18 +16,14 @@ std::string PrintIpOnly(const sockaddr_type& s) {
 }
 
 TEST(Sockaddr, ParsesAndPrintsTheTable) {
-    for (const std::string& line : SplitLines(ReadText(DataFile("host/addresses.tsv")))) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        const std::vector<std::string> cells = SplitLines(line, '\t');
-        ASSERT_EQ(3u, cells.size()) << line;
+    for (const std::vector<std::string>& cells : TableRows("host/addresses.tsv", 3)) {
         sockaddr_type s;
         std::memset(&s, 0xAB, sizeof s); // every byte must be rewritten
-        EXPECT_EQ(cells[1] == "yes", string_to_sockaddr_type(s, cells[0])) << line;
-        EXPECT_EQ(cells[2], Text(s)) << line;
+        EXPECT_EQ(cells[1] == "yes", string_to_sockaddr_type(s, cells[0])) << cells[0];
+        EXPECT_EQ(cells[2], Text(s)) << cells[0];
         EXPECT_EQ(VOIPXLATE_FAMILY_IPV4, s.family);
         for (int i = 4; i < 16; ++i)
-            EXPECT_EQ(0, s.addr[i]) << line << ": byte " << i;
+            EXPECT_EQ(0, s.addr[i]) << cells[0] << ": byte " << i;
     }
 }
 

@@ -67,15 +67,7 @@ std::string SetVendor(TestCall& call, const Bytes& pdu, std::string vendor, Byte
 const std::vector<HostileCase>& HostileCases() {
     static const std::vector<HostileCase> cases = [] {
         std::vector<HostileCase> all;
-        std::istringstream table(ReadText(DataFile("hostile/cases.tsv")));
-        for (std::string line; std::getline(table, line);) {
-            if (line.empty() || line[0] == '#')
-                continue;
-            std::vector<std::string> f;
-            std::istringstream fields(line);
-            for (std::string field; std::getline(fields, field, '\t');)
-                f.push_back(field);
-            f.resize(8);
+        for (const std::vector<std::string>& f : TableRows("hostile/cases.tsv", 8)) {
             HostileCase c{f[0], HostNamed(f[1]), EntryNamed(f[2]), {}, f[5], f[6], f[7]};
             std::istringstream steps(f[3]);
             for (std::string step; steps >> step;)

@@ -49,6 +49,22 @@ int TranslateInto(RASTranslatorContext* ras, int direction, const Bytes& in, Byt
     return result;
 }
 
+// Translates the message into the transcript: result, status, rewritten message (returned, or
+// nothing when the message was not rewritten).
+Bytes Step(Transcript& t, RASTranslatorContext* ras, const std::string& what, const Bytes& message,
+           int direction) {
+    t.Note("> " + what);
+    Bytes out(4096);
+    int status = 99;
+    const int result = TranslateInto(ras, direction, message, out, &status);
+    t.Note("result " + std::to_string(result) + " status " + std::to_string(status));
+    H225::RasMessage rewritten;
+    if (result != 1 || !Decode(out, rewritten))
+        return {};
+    t.Note("sent " + rewritten.asValueNotation());
+    return out;
+}
+
 void InstallHost() {
     voipxlate_setfunction(VOIPXLATE_TRANSLATE_ADDR,
                           reinterpret_cast<voipxlate_function>(&TranslateAddr));
@@ -70,18 +86,6 @@ protected:
         h323xlate_ras_destroy(handle_);
         RegistryTest::TearDown();
     }
-    // Translates the message into the transcript: result, status, rewritten message.
-    void Step(Transcript& t, const std::string& what, const Bytes& message, int direction) {
-        t.Note("> " + what);
-        Bytes out(4096);
-        int status = 99;
-        const int result = TranslateInto(handle_, direction, message, out, &status);
-        t.Note("result " + std::to_string(result) + " status " + std::to_string(status));
-        H225::RasMessage rewritten;
-        if (result == 1 && Decode(out, rewritten))
-            t.Note("sent " + rewritten.asValueNotation());
-    }
-
     RASTranslatorContext* handle_ = nullptr;
 };
 
@@ -94,7 +98,7 @@ TEST_P(RasFlow, MatchesItsTranscript) {
         if (label == "host")
             InstallHost();
         else
-            Step(t, label.substr(2), pdu, std::stoi(label));
+            Step(t, handle_, label.substr(2), pdu, std::stoi(label));
     }
     ExpectGolden(std::string("ras/") + GetParam() + ".txt", t.str());
 }
@@ -154,18 +158,10 @@ TEST_F(Ras, CapturedMessages) {
         const sockaddr_type announced = Addr("203.0.113.7:1719");
         RASTranslatorContext* ras =
             h323xlate_ras_create(&g_context, &endpoint, &gatekeeper, &announced, &gatekeeper);
-        Bytes out(4096);
-        int status = 99;
-        t.Note("> " + file);
-        const int result =
-            TranslateInto(ras, fromEndpoint, ReadFile(DataFile("ras/" + file)), out, &status);
+        const Bytes out = Step(t, ras, file, ReadFile(DataFile("ras/" + file)), fromEndpoint);
         h323xlate_ras_destroy(ras);
-        t.Note("result " + std::to_string(result) + " status " + std::to_string(status));
-        H225::RasMessage message;
-        if (result == 1 && Decode(out, message)) {
-            t.Note("sent " + message.asValueNotation());
+        if (!out.empty())
             rewritten.push_back(out);
-        }
     }
     ExpectGolden("ras/captured.txt", t.str());
 

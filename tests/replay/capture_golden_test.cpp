@@ -84,12 +84,8 @@ std::string FrameListing(const std::string& original, const std::string& rewritt
 TEST(ReplayGolden, EveryCaptureReportsAndRewritesAsItsGoldenFile) {
     const char* statusNames[] = {"ok", "cannot open", "unsupported link", "cannot write",
                                  "damaged"};
-    for (const std::string& line : SplitLines(ReadText(DataFile("replay/captures.tsv")))) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        std::vector<std::string> cells = SplitLines(line, '\t');
-        cells.resize(4);
-        SCOPED_TRACE(line);
+    for (const std::vector<std::string>& cells : TableRows("replay/captures.tsv", 4)) {
+        SCOPED_TRACE(cells[1]);
         TempFile out("out.pcap");
         ReplayOptions options;
         std::istringstream rules(cells[2]);

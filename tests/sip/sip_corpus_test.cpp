@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 
 namespace {
@@ -50,8 +48,8 @@ TEST_F(Corpus, EveryMessageHasItsResult) {
     std::string table;
     for (const char* dir :
          {"rfc4475", "rfc5118", "g711", "dvi4", "aaa", "fax", "dtmf2", "reqs", "sdp200", "badcl"}) {
-        for (const std::string& file : ListSip(dir)) {
-            const std::string message = LoadSip(file);
+        for (const std::string& name : ListData(std::string("sip/") + dir)) {
+            const std::string file = std::string(dir) + "/" + name, message = LoadSip(file);
             ForgetMessage(message);
             std::string rewritten;
             const int result = TranslateExact(connection, message, 16384, &rewritten);
@@ -64,8 +62,8 @@ TEST_F(Corpus, EveryMessageHasItsResult) {
                       std::to_string(BodyOf(rewritten).size()))
                 << file;
         }
-        for (const std::string& file : ListSip(dir))
-            ForgetMessage(LoadSip(file));
+        for (const std::string& name : ListData(std::string("sip/") + dir))
+            ForgetMessage(LoadSip(std::string(dir) + "/" + name));
     }
     ExpectGolden("sip/results.txt", table);
 }
@@ -104,15 +102,8 @@ TEST_F(Corpus, EveryOutputCapacityIsRespected) {
 TEST_F(Corpus, HostileDatagrams) {
     SIPConnection* connection = Connect();
     const std::string invite = LoadSip("g711/001.sip");
-    std::istringstream table(LoadSip("hostile-datagrams.tsv"));
-    for (std::string line; std::getline(table, line);) {
-        const std::string::size_type tab = line.find('\t'), last = line.rfind('\t');
-        if (line[0] == '#')
-            continue;
-        EXPECT_EQ(TranslateExact(connection, Unescape(line.substr(tab + 1, last - tab - 1)), 4096),
-                  std::stoi(line))
-            << line;
-    }
+    for (const std::vector<std::string>& row : TableRows("sip/hostile-datagrams.tsv", 3))
+        EXPECT_EQ(TranslateExact(connection, Unescape(row[1]), 4096), std::stoi(row[0])) << row[2];
 
     // Tens of thousands of headers: one datagram's worth of memory, no more.
     std::string many = "OPTIONS sip:x SIP/2.0\r\n";

@@ -3,7 +3,6 @@
 #include "host/sockaddr.h"
 
 #include <arpa/inet.h>
-#include <dirent.h>
 
 #include <algorithm>
 #include <cstring>
@@ -162,19 +161,6 @@ SIPTranslator::DialogInfo* SipHostTest::Dialog(const std::string& key) {
 
 std::string LoadSip(const std::string& relative) {
     return ReadText(DataFile("sip/" + relative));
-}
-
-std::vector<std::string> ListSip(const std::string& relative) {
-    std::vector<std::string> names;
-    const std::string path = DataFile("sip/" + relative);
-    if (DIR* dir = opendir(path.c_str())) {
-        while (const dirent* entry = readdir(dir))
-            if (entry->d_name[0] != '.')
-                names.push_back(relative + "/" + entry->d_name);
-        closedir(dir);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
 }
 
 std::string HeaderValue(const std::string& message, const std::string& name) {

@@ -72,8 +72,6 @@ std::string SipDatagram(std::vector<std::string> lines);
 
 // Reads a file below tests/data/sip.
 std::string LoadSip(const std::string& relative);
-// Files of a directory below tests/data/sip, sorted by name.
-std::vector<std::string> ListSip(const std::string& relative);
 
 // Value of the first header of that name in text ("" when absent).
 std::string HeaderValue(const std::string& message, const std::string& name);

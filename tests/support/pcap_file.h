@@ -90,18 +90,6 @@ inline Bytes Ipv4Frame(const sockaddr_type& source, const sockaddr_type& destina
     return frame;
 }
 
-// UDP without a checksum.
-inline Bytes UdpFrame(const sockaddr_type& source, const sockaddr_type& destination,
-                      const Bytes& payload) {
-    Bytes udp;
-    Put16(udp, ntohs(source.port));
-    Put16(udp, ntohs(destination.port));
-    Put16(udp, static_cast<unsigned>(8 + payload.size()));
-    Put16(udp, 0);
-    udp.insert(udp.end(), payload.begin(), payload.end());
-    return Ipv4Frame(source, destination, 17, udp);
-}
-
 // A TCP segment with PSH and ACK set and no checksum.
 inline Bytes TcpFrame(const sockaddr_type& source, const sockaddr_type& destination, uint32_t seq,
                       uint32_t ack, const Bytes& payload) {

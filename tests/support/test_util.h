@@ -7,9 +7,12 @@
 
 #include <gtest/gtest.h>
 
+#include <dirent.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 #include <fstream>
 #include <initializer_list>
@@ -182,6 +185,51 @@ inline std::vector<std::string> SplitLines(const std::string& text, char separat
     for (std::string line; std::getline(in, line, separator);)
         lines.push_back(line);
     return lines;
+}
+
+// The files of a folder below tests/data, sorted by name.
+inline std::vector<std::string> ListData(const std::string& folder) {
+    std::vector<std::string> names;
+    if (DIR* dir = opendir(DataFile(folder).c_str())) {
+        while (const dirent* entry = readdir(dir))
+            if (entry->d_name[0] != '.')
+                names.push_back(entry->d_name);
+        closedir(dir);
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// The flows of a folder below tests/data: their names without ".flow".
+inline std::vector<std::string> FlowNames(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const std::string& name : ListData(folder))
+        if (name.size() > 5 && name.compare(name.size() - 5, 5, ".flow") == 0)
+            names.push_back(name.substr(0, name.size() - 5));
+    return names;
+}
+
+// A test parameter as a test name: every character but letters and digits becomes '_'.
+inline std::string TestName(const ::testing::TestParamInfo<std::string>& info) {
+    std::string name = info.param;
+    for (char& c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)))
+            c = '_';
+    return name;
+}
+
+// The rows of a tab-separated table below tests/data, each with `columns` cells at least; empty
+// lines and lines starting with '#' are left out.
+inline std::vector<std::vector<std::string>> TableRows(const std::string& relative,
+                                                       std::size_t columns) {
+    std::vector<std::vector<std::string>> rows;
+    for (const std::string& line : SplitLines(ReadText(DataFile(relative)))) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        rows.push_back(SplitLines(line, '\t'));
+        rows.back().resize(std::max(columns, rows.back().size()));
+    }
+    return rows;
 }
 
 #endif

@@ -3,9 +3,7 @@
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 
 #include "config.h"
@@ -40,18 +38,11 @@ TEST(Config, FileThenCommandLine) {
 }
 
 TEST(Cases, ConfigErrorsAndSipSummaries) {
-    std::ifstream file(VOIPFILTER_TEST_DATA_DIR "/proxy/cases.tsv");
-    ASSERT_TRUE(file.good());
-    for (std::string line; std::getline(file, line);) {
-        std::istringstream cells(line);
-        std::string kind, input, expected;
-        std::getline(cells, kind, '\t');
-        std::getline(cells, input, '\t');
-        std::getline(cells, expected, '\t');
-        const std::string text = Unescape(input);
+    for (const std::vector<std::string>& row : TableRows("proxy/cases.tsv", 3)) {
+        const std::string &kind = row[0], &expected = row[2], text = Unescape(row[1]);
         Config config;
         if (kind == "config") {
-            EXPECT_EQ(expected, applyConfigText(config, text)) << line;
+            EXPECT_EQ(expected, applyConfigText(config, text)) << row[1];
         }
         if (kind != "sip")
             continue;
@@ -60,7 +51,7 @@ TEST(Cases, ConfigErrorsAndSipSummaries) {
                                           (summary.response ? "response|" : "request|") +
                                           std::to_string(summary.status) + "|" + summary.method +
                                           "|" + summary.callId)
-            << line;
+            << row[1];
     }
     Config config;
     EXPECT_EQ(validateConfig(config), "no inside address (set inside_address or inside_interface)");
