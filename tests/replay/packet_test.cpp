@@ -11,10 +11,6 @@ namespace {
 constexpr uint32_t kA = 0x0A000001; // 10.0.0.1
 constexpr uint32_t kB = 0xC6336402; // 198.51.100.2
 
-Bytes udpBody() {
-    return {0x13, 0xC4, 0x13, 0xC4, 0x00, 0x0C, 0, 0, 'a', 'b', 'c', 'd'};
-}
-
 // tests/data/replay/decode-cases.txt: "LINK-TYPE STATUS: NAME HEX" a line.
 TEST(Decode, LinkTypesAndDamagedHeaders) {
     for (const auto& [label, frame] : ReadHexRows("replay/decode-cases.txt")) {
@@ -30,14 +26,6 @@ TEST(Decode, LinkTypesAndDamagedHeaders) {
             EXPECT_EQ(frame[p.payloadOffset], 'a') << label;
         }
     }
-}
-
-TEST(Decode, EthernetPaddingIsNotPayload) {
-    Bytes frame = ethernet(ipv4(kA, kB, kProtoUdp, udpBody()));
-    frame.resize(60, 0); // padded to the Ethernet minimum
-    DecodedPacket p = decodePacket(kLinkEthernet, frame.data(), frame.size());
-    ASSERT_TRUE(p.ok());
-    EXPECT_EQ(p.payloadLength, 4u);
 }
 
 TEST(Rebuild, PppoeLengthFollowsTheDatagram) {

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <vector>
 
 inline bool UpdatingGoldens() {
     const char* update = std::getenv("VOIPFILTER_UPDATE_GOLDENS");
@@ -34,26 +35,18 @@ inline void ExpectGolden(const std::string& relative, const std::string& actual)
     }
     std::ostringstream stored;
     stored << file.rdbuf();
-    const std::string expected = stored.str();
-    if (expected == actual)
+    if (stored.str() == actual)
         return;
-    std::istringstream want(expected);
-    std::istringstream got(actual);
-    std::string wantLine;
-    std::string gotLine;
-    for (int line = 1;; ++line) {
-        const bool moreWanted = static_cast<bool>(std::getline(want, wantLine));
-        const bool moreGot = static_cast<bool>(std::getline(got, gotLine));
-        if (!moreWanted && !moreGot)
-            break; // only the final line end differs
-        if (moreWanted != moreGot || wantLine != gotLine) {
-            ADD_FAILURE()
-                << path << " differs at line " << line
-                << "\n  golden: " << (moreWanted ? wantLine : "(end of file)")
-                << "\n  actual: " << (moreGot ? gotLine : "(end of output)")
-                << "\n(scripts/update-goldens.sh rewrites the golden files and shows the diff)";
-            return;
-        }
+    const std::vector<std::string> want = SplitLines(stored.str()), got = SplitLines(actual);
+    for (std::size_t i = 0; i < std::max(want.size(), got.size()); ++i) {
+        if (i < want.size() && i < got.size() && want[i] == got[i])
+            continue;
+        ADD_FAILURE()
+            << path << " differs at line " << i + 1
+            << "\n  golden: " << (i < want.size() ? want[i] : "(end of file)")
+            << "\n  actual: " << (i < got.size() ? got[i] : "(end of output)")
+            << "\n(scripts/update-goldens.sh rewrites the golden files and shows the diff)";
+        return;
     }
     ADD_FAILURE() << path << " differs from the output in its final line end";
 }
