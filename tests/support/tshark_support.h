@@ -4,9 +4,10 @@
 #ifndef VOIPFILTER_TESTS_TSHARK_SUPPORT_H
 #define VOIPFILTER_TESTS_TSHARK_SUPPORT_H
 
-#include "pcap_file.h"
 #include "test_util.h"
 
+#include <cstdint>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -26,11 +27,26 @@ class UserPcap {
 public:
     const std::string& path() const { return file_.path(); }
 
+    // A classic pcap file (not pcapng) written byte by byte in big-endian order, so that it is the
+    // same on every host (readers tell the byte order from the magic number); a record a second.
     void Write(const std::vector<Bytes>& pdus) const {
-        pcap::Writer writer(pcap::kUser0);
-        for (const Bytes& pdu : pdus)
-            writer.Add(pdu);
-        writer.Save(path());
+        Bytes data;
+        const auto put32 = [&data](uint32_t v) {
+            for (int shift = 24; shift >= 0; shift -= 8)
+                data.push_back(static_cast<unsigned char>(v >> shift));
+        };
+        // Magic (microsecond timestamps), version 2.4, zone, accuracy, snapshot length, link type.
+        for (uint32_t v : {0xa1b2c3d4u, 0x00020004u, 0u, 0u, 65535u, 147u})
+            put32(v);
+        uint32_t second = 1700000000;
+        for (const Bytes& pdu : pdus) {
+            for (uint32_t v : {second++, 0u, uint32_t(pdu.size()), uint32_t(pdu.size())})
+                put32(v);
+            data.insert(data.end(), pdu.begin(), pdu.end());
+        }
+        std::ofstream(path(), std::ios::binary)
+            .write(reinterpret_cast<const char*>(data.data()),
+                   static_cast<std::streamsize>(data.size()));
     }
 
 private:
