@@ -12,16 +12,6 @@
 
 namespace {
 
-std::vector<std::string> Lines(const std::string& data) {
-    SIPLineParser parser;
-    parser.Start(data.data(), static_cast<unsigned>(data.size()));
-    std::vector<std::string> lines;
-    std::string line;
-    while (parser.GetLine(line))
-        lines.push_back(line);
-    return lines;
-}
-
 // Headers written "NAME:VALUE|NAME:VALUE...", added one by one.
 SIPMIMEType Headers(const std::string& text) {
     SIPMIMEType headers;
@@ -46,8 +36,13 @@ std::string Apply(const std::string& function, const std::string& in) {
     words >> name >> field >> compact >> value;
     const char letter = compact == "-" ? 0 : compact[0];
     if (name == "lines") {
+        // An exactly sized heap copy: AddressSanitizer reports any look-ahead beyond it.
+        const std::unique_ptr<char[]> exact(new char[in.size()]);
+        std::copy(in.begin(), in.end(), exact.get());
+        SIPLineParser parser;
+        parser.Start(exact.get(), static_cast<unsigned>(in.size()));
         std::string all;
-        for (const std::string& line : Lines(in))
+        for (std::string line; parser.GetLine(line);)
             all += line + "|";
         return all;
     }
@@ -94,11 +89,8 @@ TEST(SIPLineParser, StopsAtTheEmptyLineWithTheCursorOnTheBody) {
     SIPLineParser parser;
     parser.Start(data.data(), static_cast<unsigned>(data.size()));
     std::string line;
-    ASSERT_TRUE(parser.GetLine(line));
-    EXPECT_EQ(line, "INVITE sip:u1 SIP/2.0");
-    ASSERT_TRUE(parser.GetLine(line));
-    EXPECT_EQ(line, "Via: x");
-    ASSERT_TRUE(parser.GetLine(line));
+    for (int i = 0; i < 3; ++i) // the lines themselves are the table's
+        ASSERT_TRUE(parser.GetLine(line)) << i;
     EXPECT_EQ(line, "");
     EXPECT_EQ(parser.Position(), data.data() + data.size() - 4);
     EXPECT_EQ(parser.Remaining(), 4u);
@@ -116,19 +108,6 @@ TEST(SIPLineParser, FalseLeavesTheOutputsAlone) {
     std::string text = "kept";
     EXPECT_FALSE(parser.GetLine(text));
     EXPECT_EQ(text, "kept");
-}
-
-TEST(SIPLineParser, CrAsLastByteOfAnExactHeapBufferIsNotReadPast) {
-    // An exactly sized heap block: AddressSanitizer reports any look-ahead beyond it.
-    const std::string text = "INVITE x SIP/2.0\r";
-    std::unique_ptr<char[]> buffer(new char[text.size()]);
-    std::copy(text.begin(), text.end(), buffer.get());
-    SIPLineParser parser;
-    parser.Start(buffer.get(), static_cast<unsigned>(text.size()));
-    std::string line;
-    ASSERT_TRUE(parser.GetLine(line));
-    EXPECT_EQ(line, "INVITE x SIP/2.0");
-    EXPECT_FALSE(parser.GetLine(line));
 }
 
 TEST(SIPText, TokeniseOnWhiteSpaceAndNul) {
