@@ -1,31 +1,19 @@
 #include <gtest/gtest.h>
 
 #include "nat.h"
+#include "test_util.h"
 
 using namespace replay;
 
 namespace {
 
+// tests/data/replay/nat-rules.tsv: a rule as given, and as printed ("refused" when it is not one).
 TEST(NatRule, ParsingAndPrinting) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"10.1.3.0/24=203.0.113.1", "10.1.3.0/24=203.0.113.1"},
-        {"10.0.2.20=203.0.113.2", "10.0.2.20/32=203.0.113.2"},
-        {"0.0.0.0/0=198.51.100.7", "0.0.0.0/0=198.51.100.7"},
-        {"10.1.3.1/24=203.0.113.1", nullptr}, // host bits set
-        {"10.1.3.0/33=203.0.113.1", nullptr},
-        {"10.1.3.0/=203.0.113.1", nullptr},
-        {"10.1.3.0/24", nullptr},
-        {"10.1.3.0/24=203.0.113", nullptr},
-        {"10.1.3.256=203.0.113.1", nullptr},
-        {"10.1.3.0/24=203.0.113.1.5", nullptr},
-        {" 10.1.3.0/24=203.0.113.1", nullptr},
-        {"=", nullptr},
-    };
-    for (const auto& [text, printed] : cases) {
+    for (const std::vector<std::string>& row : TableRows("replay/nat-rules.tsv", 2)) {
         std::string error;
-        std::optional<NatRule> rule = parseNatRule(text, error);
-        EXPECT_EQ(rule ? rule->toString() : "refused", printed ? printed : "refused") << text;
-        EXPECT_EQ(!rule, !error.empty()) << text;
+        std::optional<NatRule> rule = parseNatRule(row[0], error);
+        EXPECT_EQ(rule ? rule->toString() : "refused", row[1]) << row[0];
+        EXPECT_EQ(!rule, !error.empty()) << row[0];
     }
 }
 
