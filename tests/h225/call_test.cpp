@@ -5,7 +5,6 @@
 #include "golden.h"
 #include "h323_test_support.h"
 
-#include <fstream>
 #include <gtest/gtest.h>
 
 #include <ctime>

@@ -90,23 +90,20 @@ protected:
 };
 
 // The message sequences of tests/data/ras/<name>.flow, each compared whole with <name>.txt.
-class RasFlow : public Ras, public ::testing::WithParamInterface<const char*> {};
+class RasFlow : public Ras, public ::testing::WithParamInterface<std::string> {};
 
 TEST_P(RasFlow, MatchesItsTranscript) {
     Transcript t(5);
-    for (const auto& [label, pdu] : ReadHexRows(std::string("ras/") + GetParam() + ".flow")) {
+    for (const auto& [label, pdu] : ReadHexRows("ras/" + GetParam() + ".flow")) {
         if (label == "host")
             InstallHost();
         else
             Step(t, handle_, label.substr(2), pdu, std::stoi(label));
     }
-    ExpectGolden(std::string("ras/") + GetParam() + ".txt", t.str());
+    ExpectGolden("ras/" + GetParam() + ".txt", t.str());
 }
 
-INSTANTIATE_TEST_SUITE_P(Ras, RasFlow, ::testing::Values("gatekeeper-requests", "registrations"),
-                         [](const ::testing::TestParamInfo<const char*>& info) {
-                             return info.index == 0 ? "GatekeeperRequests" : "Registrations";
-                         });
+INSTANTIATE_TEST_SUITE_P(Ras, RasFlow, ::testing::ValuesIn(FlowNames("ras")), TestName);
 
 TEST_F(Ras, BadArgumentsAndInput) {
     const Bytes grq = HexRow("ras/gatekeeper-requests.flow", "1 GRQ from the endpoint");

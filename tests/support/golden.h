@@ -13,16 +13,12 @@
 #include <string>
 #include <vector>
 
-inline bool UpdatingGoldens() {
-    const char* update = std::getenv("VOIPFILTER_UPDATE_GOLDENS");
-    return update != nullptr && update[0] == '1';
-}
-
 // Compares `actual` with the golden file tests/data/<relative>; on a difference, reports the first
 // line that differs with both versions of it.
 inline void ExpectGolden(const std::string& relative, const std::string& actual) {
     const std::string path = DataFile(relative);
-    if (UpdatingGoldens()) {
+    const char* update = std::getenv("VOIPFILTER_UPDATE_GOLDENS");
+    if (update != nullptr && update[0] == '1') {
         std::ofstream file(path, std::ios::binary);
         file << actual;
         EXPECT_TRUE(file.good()) << "cannot write " << path;
