@@ -32,6 +32,14 @@ SdpTranslator DialogInfo::Sdp(SIPConnection& connection, SdpScratch& scratch, in
                          option);
 }
 
+bool DialogInfo::ReadSdpBody(SdpTranslator& sdp, const SIPMessageParts& message) {
+    if (sdp.GetEntityBodyAsSDP(ContentType(message.headers), message.body.data(),
+                               static_cast<unsigned>(message.body.size())))
+        return true;
+    VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Ignoring INVITE with unparseable entity body";
+    return false;
+}
+
 void DialogInfo::CloseMedia() {
     MediaSessions sessions(hostContext, callInformation);
     ::CloseMedia(sessions);
@@ -49,12 +57,8 @@ int DialogInfo::TranslateINVITE(SIPConnection& connection, bool fromSrc,
                                 const SIPMessageParts& message, SdpScratch& scratch, SIPOutput out,
                                 int option) {
     SdpTranslator sdp = Sdp(connection, scratch, option);
-    if (!sdp.GetEntityBodyAsSDP(ContentType(message.headers), message.body.data(),
-                                static_cast<unsigned>(message.body.size()))) {
-        VF_LOG(hostContext, logsource::kSIP, 1)
-            << "SIP  Ignoring INVITE with unparseable entity body";
+    if (!ReadSdpBody(sdp, message))
         return 0;
-    }
     uint8_t& state = callInformation.state;
     if (state != VOIPXLATE_SIP_NONE && state != VOIPXLATE_SIP_INVITED) {
         VF_LOG(hostContext, logsource::kSIP, 1) << "SIP  Handling ReINVITE, fromSrc=" << fromSrc;
@@ -91,12 +95,8 @@ int DialogInfo::TranslateINVITEResponse(SIPConnection& connection, bool fromSrc,
     }
     // Session progress (RFC 3262 early media) and 2xx carry the answer.
     SdpTranslator sdp = Sdp(connection, scratch, option);
-    if (!sdp.GetEntityBodyAsSDP(ContentType(message.headers), message.body.data(),
-                                static_cast<unsigned>(message.body.size()))) {
-        VF_LOG(hostContext, logsource::kSIP, 1)
-            << "SIP  Ignoring INVITE with unparseable entity body";
+    if (!ReadSdpBody(sdp, message))
         return 0;
-    }
     const int result = TranslateSdp(sdp, fromSrc, false, message, *out.length);
     if (result < 0)
         return -1;

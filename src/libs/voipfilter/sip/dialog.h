@@ -85,6 +85,9 @@ private:
 
     // The SDP translator of this dialog for one message.
     SdpTranslator Sdp(SIPConnection& connection, SdpScratch& scratch, int option);
+    // Reads an offer or answer from the message's body; false (logged) when it is not SDP that
+    // can be read, and the message then passes unchanged.
+    bool ReadSdpBody(SdpTranslator& sdp, const SIPMessageParts& message);
     // Both passes over an offer or answer found in the body: -1 failed, else whether the body
     // changed (Content-Length then follows the new body).
     int TranslateSdp(SdpTranslator& sdp, bool fromSrc, bool isForward,
