@@ -158,7 +158,7 @@ TEST(Kinds, NamesAndObjectIdentifierContents) {
     EXPECT_TRUE(n.setFromName("minus"));
     EXPECT_EQ(-1, n.getValue());
 
-    std::vector<char> octets;
+    OctetBuffer octets;
     OBJECT_IDENTIFIER({2, 100, 3}).encodeCommon(octets);
     EXPECT_EQ("813403", Hex(octets)); // X.690 8.19.5: 2*40 + 100 = 180
     BIT_STRING bits;

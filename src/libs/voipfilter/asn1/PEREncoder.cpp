@@ -10,10 +10,10 @@ namespace {
 constexpr unsigned kUnconstrained = 0x7FFFFFFF;
 } // namespace
 
-PEREncoder::PEREncoder(std::vector<char>& output, bool aligned)
+PEREncoder::PEREncoder(OctetBuffer& output, bool aligned)
     : outputBuffer(output), bitOffset(8), alignedFlag(aligned), depth(0) {
     outputBuffer.clear();
-    outputBuffer.reserve(256);
+    outputBuffer.reserve(detail::kPoolLargestBlock);
 }
 
 void PEREncoder::encodeSingleBit(bool bit) {
@@ -274,7 +274,7 @@ bool PEREncoder::do_visit(const ENUMERATED& value) {
 }
 
 bool PEREncoder::do_visit(const OBJECT_IDENTIFIER& value) {
-    std::vector<char> contents;
+    OctetBuffer contents;
     value.encodeCommon(contents);
     // Deliberately not X.691 24: the length is a constrained number 0..255.
     if (!encodeLength(static_cast<unsigned>(contents.size()), 0, 255))

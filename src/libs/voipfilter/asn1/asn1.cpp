@@ -254,7 +254,7 @@ bool OBJECT_IDENTIFIER::do_accept(ConstVisitor& v) const {
 
 namespace {
 // X.690 8.19.2: one subidentifier in base 128, most significant group first.
-void appendSubidentifier(std::vector<char>& out, unsigned arc) {
+void appendSubidentifier(OctetBuffer& out, unsigned arc) {
     char groups[5];
     int n = 0;
     do {
@@ -267,7 +267,7 @@ void appendSubidentifier(std::vector<char>& out, unsigned arc) {
 }
 } // namespace
 
-void OBJECT_IDENTIFIER::encodeCommon(std::vector<char>& out) const {
+void OBJECT_IDENTIFIER::encodeCommon(OctetBuffer& out) const {
     out.clear();
     if (value.size() < 2)
         return;

@@ -106,6 +106,10 @@ template <class Kind> class Allocator {};
 // shorter, 1 when it is longer, 0 when equal.
 int lexicographic_compare_bytes(const char* a, const char* aEnd, const char* b, const char* bEnd);
 
+// Octets of a value and of an encoding, drawn from the small-block pool: the octets of an
+// OCTET STRING live as long as its node, and an encoder's output as long as one encode.
+typedef std::vector<char, detail::PoolAllocator<char>> OctetBuffer;
+
 // ------------------------------------------------------------------------------------------------
 class AbstractData {
 public:
@@ -394,7 +398,7 @@ public:
 
     // X.690 8.19 contents octets: first two arcs as 40a + b, then base 128 with 0x80 on every
     // octet but the last of an arc. Fewer than two arcs give no octets.
-    void encodeCommon(std::vector<char>& out) const;
+    void encodeCommon(OctetBuffer& out) const;
     // False when the octets end inside an arc.
     bool decodeCommon(const char* data, unsigned length);
 
@@ -409,7 +413,7 @@ private:
     bool do_accept(Visitor& v) override;
     bool do_accept(ConstVisitor& v) const override;
 
-    std::vector<unsigned> value;
+    std::vector<unsigned, detail::PoolAllocator<unsigned>> value;
 };
 
 // ------------------------------------------------------------------------------------------------
@@ -454,11 +458,11 @@ private:
 
 // ------------------------------------------------------------------------------------------------
 class OCTET_STRING : public ConstrainedObject,
-                     public std::vector<char>,
+                     public OctetBuffer,
                      public detail::Allocator<OCTET_STRING> {
 public:
     typedef ConstrainedObject::InfoType InfoType;
-    typedef std::vector<char> ContainerType;
+    typedef OctetBuffer ContainerType;
     static const InfoType theInfo; // unconstrained size
 
     explicit OCTET_STRING(const void* info = &theInfo) : ConstrainedObject(info) {}
