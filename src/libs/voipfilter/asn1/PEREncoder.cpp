@@ -363,7 +363,7 @@ bool PEREncoder::do_visit(const BMPString& value) {
                         static_cast<unsigned long long>(value.getUpperLimit()) * b > 16))
         byteAlign();
     const unsigned first = static_cast<unsigned>(value.getFirstChar());
-    for (wchar_t c : static_cast<const std::wstring&>(value))
+    for (wchar_t c : static_cast<const BMPCharacters&>(value))
         encodeMultiBit(static_cast<unsigned>(c) - first, b);
     return true;
 }

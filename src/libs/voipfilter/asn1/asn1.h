@@ -596,8 +596,12 @@ VOIPFILTER_ASN1_STRING_KIND(GeneralString, 27, 0, 8, 8, 8);
 #undef VOIPFILTER_ASN1_STRING_KIND
 
 // ------------------------------------------------------------------------------------------------
+// The characters live in the small-block pool like the nodes themselves.
+typedef std::basic_string<wchar_t, std::char_traits<wchar_t>, detail::PoolAllocator<wchar_t>>
+    BMPCharacters;
+
 class BMPString : public ConstrainedObject,
-                  public std::wstring,
+                  public BMPCharacters,
                   public detail::Allocator<BMPString> {
 public:
     struct InfoType {
@@ -615,20 +619,20 @@ public:
 
     explicit BMPString(const void* info = &theInfo) : ConstrainedObject(info) {}
     BMPString(const wchar_t* s, const void* info = &theInfo)
-        : ConstrainedObject(info), std::wstring(s) {}
+        : ConstrainedObject(info), BMPCharacters(s) {}
     BMPString(const BMPString& other) = default;
     BMPString& operator=(const BMPString& other) {
-        std::wstring::operator=(other);
+        BMPCharacters::operator=(other);
         return *this;
     }
     BMPString& operator=(const std::wstring& s) {
-        std::wstring::operator=(s);
+        BMPCharacters::assign(s.data(), s.size());
         return *this;
     }
     static AbstractData* create(const void* info);
     BMPString* clone() const { return static_cast<BMPString*>(do_clone()); }
 
-    void assign(const wchar_t* s, size_type count) { std::wstring::assign(s, count); }
+    void assign(const wchar_t* s, size_type count) { BMPCharacters::assign(s, count); }
     wchar_t getFirstChar() const { return info()->firstChar; }
     wchar_t getLastChar() const { return info()->lastChar; }
     unsigned getNumBits(bool aligned) const {
