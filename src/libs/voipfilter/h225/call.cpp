@@ -48,7 +48,6 @@ void H225TranslatorContext::OnOpenLogicalChannel(bool fromOriginator) {
 
 int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int length) {
     keptElements_.clear();
-    keptLengths_.clear();
     modified_ = false;
     VF_LOG(HostContext(), logsource::kH225, 5) << "H.225\t Decoding the PDU ";
 
@@ -64,14 +63,21 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
         return -1;
 
     // Every element but user-user is kept as it stands; the user-user element (the last one,
-    // when there are several) carries the PER payload.
+    // when there are several) carries the PER payload. The kept elements are measured first so
+    // that they take one block.
+    unsigned int keptSize = 0;
+    q931::WalkElements(pdu, length, [&](const q931::Element& element) {
+        if (element.identifier != q931::kUserUserElement)
+            keptSize += element.size;
+        return true;
+    });
+    keptElements_.reserve(keptSize);
     const unsigned char* payload = nullptr;
     unsigned int payloadLength = 0;
     const bool complete = q931::WalkElements(pdu, length, [&](const q931::Element& element) {
         const unsigned char* const first = pdu + element.offset;
         if (element.identifier != q931::kUserUserElement) {
             keptElements_.insert(keptElements_.end(), first, first + element.size);
-            keptLengths_.push_back(element.size);
         } else if (element.contents > 0) {
             // The first content octet is the protocol discriminator (H.225.0: 5, X.208/X.209).
             userUserDiscriminator_ = first[3];
@@ -97,7 +103,6 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
 
 void H225TranslatorContext::ForgetPDU() {
     keptElements_.clear();
-    keptLengths_.clear();
     modified_ = false;
     userInformation_ = H323_MESSAGES::H323_UserInformation();
 }
@@ -111,14 +116,12 @@ int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* lengt
     const unsigned int size = *length;
     std::memcpy(buffer, q931Header_, q931::kHeaderSize);
     unsigned int used = q931::kHeaderSize;
-    const unsigned char* element = keptElements_.data();
-    for (unsigned int elementLength : keptLengths_) {
-        if (size - used < elementLength)
-            return -1;
-        std::memcpy(buffer + used, element, elementLength);
-        used += elementLength;
-        element += elementLength;
-    }
+    const unsigned int keptSize = static_cast<unsigned int>(keptElements_.size());
+    if (size - used < keptSize)
+        return -1;
+    if (keptSize != 0)
+        std::memcpy(buffer + used, keptElements_.data(), keptSize);
+    used += keptSize;
     if (size - used < q931::kUserUserHeaderSize)
         return -1;
     unsigned int encoded = size - used - q931::kUserUserHeaderSize;

@@ -98,7 +98,6 @@ private:
     unsigned char q931Header_[q931::kHeaderSize];
     unsigned char userUserDiscriminator_ = 0;
     std::vector<unsigned char> keptElements_; // every element but user-user, back to back
-    std::vector<unsigned int> keptLengths_;   // the length of each, in order
     H323_MESSAGES::H323_UserInformation userInformation_;
     bool modified_ = false;
 
