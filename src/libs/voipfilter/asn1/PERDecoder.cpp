@@ -506,7 +506,7 @@ int PERDecoder::preVisitExtensionRoots(SEQUENCE& seq) {
             return 0;
         extended = decodeSingleBit();
     }
-    if (!decodeBitMap(seq.optionalMap_.bytes().data(), seq.optionalMap_.size()))
+    if (!decodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size()))
         return 0;
     return extended ? 3 : 2;
 }
@@ -528,7 +528,7 @@ int PERDecoder::preVisitExtensions(SEQUENCE& seq) {
         return 0;
     ++n;
     seq.extensionMap_.resize(n);
-    return decodeBitMap(seq.extensionMap_.bytes().data(), n) ? 3 : 0;
+    return decodeBitMap(seq.extensionMap_.bytes(), n) ? 3 : 0;
 }
 
 int PERDecoder::visitKnownExtension(SEQUENCE& seq, int position, int optionalIndex) {

@@ -417,7 +417,7 @@ bool PEREncoder::do_visit(const GeneralizedTime& value) {
 bool PEREncoder::preVisitExtensionRoots(const SEQUENCE& seq) {
     if (seq.extendable())
         encodeSingleBit(seq.extensionMap_.any());
-    encodeBitMap(seq.optionalMap_.bytes().data(), seq.optionalMap_.size());
+    encodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size());
     return true;
 }
 
@@ -430,7 +430,7 @@ bool PEREncoder::visitExtensionRoot(const SEQUENCE& seq, int position) {
 bool PEREncoder::preVisitExtensions(const SEQUENCE& seq) {
     const unsigned n = seq.extensionMap_.size();
     encodeSmallUnsigned(n - 1);
-    encodeBitMap(seq.extensionMap_.bytes().data(), n);
+    encodeBitMap(seq.extensionMap_.bytes(), n);
     return true;
 }
 

@@ -787,33 +787,48 @@ public:
         void swap(FieldVector& other) { FieldSlots::swap(other); }
     };
 
+    // Presence bits, most significant bit first. Maps of up to 64 bits (nearly every one) are
+    // held in the object itself; longer ones take a block of the pool.
     class BitMap {
     public:
-        BitMap() : totalBits(0) {}
-        explicit BitMap(unsigned n)
-            : totalBits(n), bitData((static_cast<std::size_t>(n) + 7) / 8) {}
+        BitMap() = default;
+        explicit BitMap(unsigned n) {
+            if (n <= kInlineBytes * 8)
+                totalBits = n; // the inline octets start cleared
+            else
+                resize(n);
+        }
+        BitMap(const BitMap& other);
+        BitMap& operator=(const BitMap& other);
+        ~BitMap();
         unsigned size() const { return totalBits; }
         void resize(unsigned n);
         bool operator[](unsigned i) const {
-            return i < totalBits && (bitData[i / 8] & (0x80 >> (i % 8))) != 0;
+            return i < totalBits && (bytes()[i / 8] & (0x80 >> (i % 8))) != 0;
         }
         void set(unsigned i) {
             if (i < totalBits)
-                bitData[i / 8] = static_cast<char>(bitData[i / 8] | (0x80 >> (i % 8)));
+                bytes()[i / 8] = static_cast<char>(bytes()[i / 8] | (0x80 >> (i % 8)));
         }
         void clear(unsigned i) {
             if (i < totalBits)
-                bitData[i / 8] = static_cast<char>(bitData[i / 8] & ~(0x80 >> (i % 8)));
+                bytes()[i / 8] = static_cast<char>(bytes()[i / 8] & ~(0x80 >> (i % 8)));
         }
         void swap(BitMap& other);
         bool any() const;
-        typedef std::vector<char, detail::PoolAllocator<char>> Bytes;
-        Bytes& bytes() { return bitData; }
-        const Bytes& bytes() const { return bitData; }
+        // ceil(size() / 8) octets.
+        char* bytes() { return capacity <= kInlineBytes ? inlineBytes : heapBytes; }
+        const char* bytes() const { return capacity <= kInlineBytes ? inlineBytes : heapBytes; }
 
     private:
-        unsigned totalBits;
-        Bytes bitData;
+        static constexpr unsigned kInlineBytes = 8;
+
+        unsigned totalBits = 0;
+        unsigned capacity = kInlineBytes; // octets the storage holds
+        union {
+            char inlineBytes[kInlineBytes] = {};
+            char* heapBytes;
+        };
     };
 
     explicit SEQUENCE(const void* info);
