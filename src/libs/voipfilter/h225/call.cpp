@@ -43,6 +43,12 @@ void H225TranslatorContext::OnOpenLogicalChannel(bool fromOriginator) {
         fastStart_.RefuseFastStart();
 }
 
+// A fresh value is swapped in rather than copied over the held one, whose tree goes at once.
+void H225TranslatorContext::ClearUserInformation() {
+    H323_MESSAGES::H323_UserInformation fresh;
+    userInformation_.swap(fresh);
+}
+
 // --- Q.931 framing
 // --------------------------------------------------------------------------------
 
@@ -54,7 +60,7 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     // The PER decoder fills a value in place and keeps what an encoding does not mention (the
     // extension presence bits, an alternative already created), so every PDU starts from a
     // fresh value.
-    userInformation_ = H323_MESSAGES::H323_UserInformation();
+    ClearUserInformation();
 
     if (pdu == nullptr || length < q931::kHeaderSize)
         return -1;
@@ -97,14 +103,14 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     const int result = ASN1::ASNDecode(payload, payloadLength, userInformation_);
     // A failed decode leaves no half-filled message for a later translate call to act on.
     if (result != 1)
-        userInformation_ = H323_MESSAGES::H323_UserInformation();
+        ClearUserInformation();
     return result;
 }
 
 void H225TranslatorContext::ForgetPDU() {
     keptElements_.clear();
     modified_ = false;
-    userInformation_ = H323_MESSAGES::H323_UserInformation();
+    ClearUserInformation();
 }
 
 int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* length) {

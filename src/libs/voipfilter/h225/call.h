@@ -77,6 +77,8 @@ private:
     // (H.323 8.1.7).
     void OnOpenLogicalChannel(bool fromOriginator) override;
 
+    // Replaces the decoded message by a fresh, empty one.
+    void ClearUserInformation();
     const char* getHeaderSetup(H323_MESSAGES::Setup_UUIE& setup, int selector);
     int setVendor(H323_MESSAGES::VendorIdentifier& vendor, char* value);
     // The call signalling address fields of SETUP, checked against the host's and rewritten.
