@@ -18,7 +18,7 @@
 
 namespace fuzzper {
 
-template <class T> bool Encode(const T& value, std::vector<char>& out) {
+template <class T> bool Encode(const T& value, ASN1::OctetBuffer& out) {
     ASN1::PEREncoder encoder(out, true);
     try {
         return value.accept(encoder);
@@ -40,7 +40,7 @@ template <class T> void RoundTrip(const uint8_t* data, size_t size) {
     const std::string text = first.asValueNotation();
     (void)first.isValid();
 
-    std::vector<char> once;
+    ASN1::OctetBuffer once;
     if (!Encode(first, once))
         return;
     T second;
@@ -48,7 +48,7 @@ template <class T> void RoundTrip(const uint8_t* data, size_t size) {
     // ending exactly at the end of the input is refused).
     if (!Decode(once.data(), once.size(), second))
         return;
-    std::vector<char> twice;
+    ASN1::OctetBuffer twice;
     const bool encoded = Encode(second, twice);
     if (!changes && (!encoded || twice != once))
         __builtin_trap();

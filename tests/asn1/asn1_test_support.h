@@ -18,20 +18,20 @@ namespace asn1test {
 
 using namespace ASN1;
 
-inline std::vector<char> fromHex(const std::string& hex) {
-    return FromHex<std::vector<char>>(hex);
+inline OctetBuffer fromHex(const std::string& hex) {
+    return FromHex<OctetBuffer>(hex);
 }
 
 // Encoding as hex; "FAIL:" and what was written when the encoder reports failure.
 inline std::string encodeHex(const AbstractData& value, bool aligned = true) {
-    std::vector<char> out;
+    OctetBuffer out;
     PEREncoder encoder(out, aligned);
     const bool ok = value.accept(encoder);
     return (ok ? "" : "FAIL:") + Hex(out);
 }
 
 // Decodes from an exactly sized heap copy, so that a read past the end is seen by ASan.
-inline bool decodeBytes(const std::vector<char>& bytes, AbstractData& value, bool aligned = true) {
+inline bool decodeBytes(const OctetBuffer& bytes, AbstractData& value, bool aligned = true) {
     std::unique_ptr<char[]> exact(new char[bytes.size()]);
     std::copy(bytes.begin(), bytes.end(), exact.get());
     PERDecoder decoder(exact.get(), exact.get() + bytes.size(), nullptr, aligned);

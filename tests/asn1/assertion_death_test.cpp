@@ -61,7 +61,7 @@ TEST(AssertionDeathTest, CodecAborts) {
     open.set_data(nullptr);
     EXPECT_DEATH(decodeHex("01 07", open), assertion("value.has_data()"));
     // The unaligned variant cannot write or read a constrained length spanning 64K or more.
-    std::vector<char> out;
+    OctetBuffer out;
     PEREncoder unaligned(out, false);
     EXPECT_DEATH(unaligned.encodeLength(1, 0, 0x10000), assertion("upper - lower < 0x10000"));
 }

@@ -15,12 +15,12 @@ using namespace asn1test;
 namespace {
 
 // Hex octets, blanks ignored; "XX*N" stands for N octets XX, "-" for no octets.
-std::vector<char> Octets(const std::string& text) {
-    std::vector<char> out;
+OctetBuffer Octets(const std::string& text) {
+    OctetBuffer out;
     std::istringstream words(text == "-" ? "" : text);
     for (std::string word; words >> word;) {
         const std::size_t star = word.find('*');
-        const std::vector<char> part = fromHex(word.substr(0, star));
+        const OctetBuffer part = fromHex(word.substr(0, star));
         const unsigned times = star == std::string::npos ? 1 : std::stoul(word.substr(star + 1));
         for (unsigned i = 0; i < times; ++i)
             out.insert(out.end(), part.begin(), part.end());
@@ -34,15 +34,15 @@ struct Outcome {
 };
 
 // The codec's primitives on their own: "length (L..U)", "whole (L..U)" and "small".
-bool DecodePrimitive(const std::string& type, bool aligned, bool encode,
-                     const std::vector<char>& in, Outcome& outcome) {
+bool DecodePrimitive(const std::string& type, bool aligned, bool encode, const OctetBuffer& in,
+                     Outcome& outcome) {
     unsigned long lower = 0, upper = 0;
     const std::string kind = type.substr(0, type.find(' '));
     if (kind != "small" &&
         std::sscanf(type.c_str() + kind.size(), " (%lu..%lu)", &lower, &upper) != 2)
         return false;
     PERDecoder decoder(in.data(), in.data() + in.size(), nullptr, aligned);
-    std::vector<char> out;
+    OctetBuffer out;
     PEREncoder encoder(out, aligned);
     const unsigned lo = static_cast<unsigned>(lower), hi = static_cast<unsigned>(upper);
     unsigned value = 0;
@@ -76,7 +76,7 @@ TEST(PerTable, EveryRowDecodesPrintsAndEncodesAsListed) {
         const std::string where = cells[0] + " " + cells[1];
         const bool aligned = cells[0].compare(0, 10, "unaligned ") != 0;
         const std::string type = aligned ? cells[0] : cells[0].substr(10);
-        const std::vector<char> in = Octets(cells[1]);
+        const OctetBuffer in = Octets(cells[1]);
         Outcome got;
         const bool encode = cells[3] != "-";
         if (!DecodePrimitive(type, aligned, encode, in, got)) {
@@ -104,16 +104,16 @@ const char kMessage[] = "c0c880800a09657874656e73696f6e03800180060008914a0004060
 // Inputs are exactly sized heap copies, so ASan sees any read past them.
 TEST(PerHostile, EveryTruncationFailsAndCorruptionNeverCrashes) {
     // A message holding one value of every kind (its row in per.tsv shows the value).
-    const std::vector<char> bytes = Octets(kMessage);
+    const OctetBuffer bytes = Octets(kMessage);
     // The last field is a constrained INTEGER, which a truncated input reads as its lower bound,
     // so only prefixes shorter than the whole minus that octet must fail.
     for (std::size_t n = 0; n + 1 < bytes.size(); ++n) {
         SEQUENCE msg(&msgInfo);
-        EXPECT_FALSE(decodeBytes(std::vector<char>(bytes.begin(), bytes.begin() + n), msg)) << n;
+        EXPECT_FALSE(decodeBytes(OctetBuffer(bytes.begin(), bytes.begin() + n), msg)) << n;
     }
     unsigned seed = 12345, decoded = 0;
     for (int round = 0; round < 3000; ++round) {
-        std::vector<char> mutated = bytes;
+        OctetBuffer mutated = bytes;
         for (int flips = 0; flips < 1 + round % 4; ++flips) {
             seed = seed * 1103515245u + 12345u;
             mutated[(seed >> 8) % mutated.size()] ^= static_cast<char>(1u << ((seed >> 4) % 8));
@@ -142,7 +142,7 @@ TEST(PerHostile, TreeBuiltDeeperThanTheLimitIsRefusedByEncoderAndPrinter) {
 // before it is padded, a long contents gets a two-octet length, and contents that fail to encode
 // leave the output (and the bit position) as they were.
 TEST(PerOpenType, LengthMovedInFrontOfContents) {
-    std::vector<char> out;
+    OctetBuffer out;
     PEREncoder encoder(out, true);
     encoder.encodeSingleBit(true);
     Int0to255 seven(7);

@@ -75,6 +75,29 @@ TEST(Sequence, OptionalAndDefaultExtensionFields) {
     EXPECT_NE(nullptr, seq.getField(1));
 }
 
+// A presence map past 64 bits leaves the object's own storage: the bits set before stay, the new
+// ones start clear, and copies and swaps carry the longer map whole.
+TEST(Sequence, LongPresenceMapsKeepTheirBitsThroughGrowthCopyAndSwap) {
+    SEQUENCE a(&extsInfo);
+    a.includeOptionalField(0, 0);
+    a.includeOptionalField(100, 1);
+    EXPECT_EQ(101u, a.extensionMap().size());
+    EXPECT_TRUE(a.hasOptionalField(0));
+    EXPECT_FALSE(a.hasOptionalField(64));
+    EXPECT_TRUE(a.hasOptionalField(100));
+    std::unique_ptr<SEQUENCE> copy(a.clone());
+    SEQUENCE b(&extsInfo);
+    b.swap(*copy);
+    EXPECT_FALSE(copy->hasOptionalField(100));
+    b.removeOptionalField(100);
+    EXPECT_FALSE(b.hasOptionalField(100));
+    EXPECT_TRUE(b.hasOptionalField(0));
+    EXPECT_TRUE(a.hasOptionalField(100)); // the copy's bits are its own
+    *copy = a;
+    EXPECT_TRUE(copy->hasOptionalField(100));
+    EXPECT_EQ(encodeHex(a), encodeHex(*copy));
+}
+
 TEST(Sequence, ComparisonStopsAtRootDifferencesButMasksExtensionOnes) {
     SEQUENCE x(&extsInfo), y(&extsInfo);
     static_cast<INTEGER&>(*x.includeOptionalField(0, 0)) = 1;
@@ -158,7 +181,7 @@ TEST(Kinds, NamesAndObjectIdentifierContents) {
     EXPECT_TRUE(n.setFromName("minus"));
     EXPECT_EQ(-1, n.getValue());
 
-    std::vector<char> octets;
+    OctetBuffer octets;
     OBJECT_IDENTIFIER({2, 100, 3}).encodeCommon(octets);
     EXPECT_EQ("813403", Hex(octets)); // X.690 8.19.5: 2*40 + 100 = 180
     BIT_STRING bits;

@@ -32,7 +32,7 @@ protected:
     // A fast start element of that table.
     static ASN1::OCTET_STRING Element(const std::string& label) {
         const Bytes octets = HexRow("h245/messages.txt", label);
-        return ASN1::OCTET_STRING(std::vector<char>(octets.begin(), octets.end()));
+        return ASN1::OCTET_STRING(ASN1::OctetBuffer(octets.begin(), octets.end()));
     }
     // A fast start list in the transcript, one element a line.
     void NoteList(const std::string& what, const OctetStringList& list) {
@@ -43,7 +43,7 @@ protected:
         }
     }
     static ASN1::OCTET_STRING Junk(char octet) {
-        return ASN1::OCTET_STRING(std::vector<char>{octet});
+        return ASN1::OCTET_STRING(ASN1::OctetBuffer{octet});
     }
 
     H225TranslatorContext call{TestHost::this_call(), Addr("10.0.0.5:1720"),

@@ -29,7 +29,7 @@ bool TsharkMalformed(const std::string& file) {
 // Decodes the octets as a T and encodes the value again: "" when the same octets come back.
 template <class T, class Octets> std::string RoundTrip(const Octets& in) {
     T value;
-    if (ASN1::ASNDecode(ASN1::OCTET_STRING(std::vector<char>(in.begin(), in.end())), value) != 1)
+    if (ASN1::ASNDecode(ASN1::OCTET_STRING(ASN1::OctetBuffer(in.begin(), in.end())), value) != 1)
         return "does not decode";
     ASN1::OCTET_STRING out;
     ASN1::ASNEncode(value, out);

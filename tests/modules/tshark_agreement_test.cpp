@@ -18,7 +18,7 @@ namespace MSC = MULTIMEDIA_SYSTEM_CONTROL;
 namespace {
 
 template <class Octet> void SetIp(Octet& field, std::initializer_list<unsigned char> bytes) {
-    field = std::vector<char>(bytes.begin(), bytes.end());
+    field = ASN1::OctetBuffer(bytes.begin(), bytes.end());
 }
 
 // New RTP and RTCP addresses for proposal i: 203.0.113.9, ports 30000 + i and 40000 + i.

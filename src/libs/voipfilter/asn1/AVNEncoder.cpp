@@ -91,7 +91,7 @@ bool AVNEncoder::do_visit(const BIT_STRING& value) {
 }
 
 namespace {
-void printOctets(std::ostream& strm, const std::vector<char>& octets) {
+template <class Bytes> void printOctets(std::ostream& strm, const Bytes& octets) {
     const std::ios_base::fmtflags flags = strm.flags();
     strm << '\'' << std::hex << std::nouppercase;
     strm.fill('0');

@@ -194,30 +194,35 @@ bool PERDecoder::decodeNested(AbstractData& value) {
     return ok;
 }
 
-bool PERDecoder::decodeOctets(std::vector<char>& bytes, unsigned length) {
+template <class Bytes> bool PERDecoder::decodeOctets(Bytes& bytes, unsigned length) {
     if (static_cast<unsigned long long>(length) * 8 > getBitsLeft())
         return false; // truncated: refuse before allocating
-    bytes.resize(length);
     unsigned value;
     switch (length) {
     case 0:
+        bytes.clear();
         return true;
     // Deliberately not X.691 17.6/17.7: every one- and two-octet string is read without
     // alignment, whether or not its size is fixed.
     case 1:
-        if (!decodeMultiBit(8, value))
-            return false;
-        bytes[0] = static_cast<char>(value);
-        return true;
     case 2:
-        for (unsigned i = 0; i < 2; ++i) {
+        bytes.resize(length);
+        for (unsigned i = 0; i < length; ++i) {
             if (!decodeMultiBit(8, value))
                 return false;
             bytes[i] = static_cast<char>(value);
         }
         return true;
-    default:
-        return decodeBlock(bytes.data(), length) == length;
+    default: {
+        // Copied straight from the input; octets the input lacks after the alignment are zeros.
+        byteAlign();
+        const unsigned available = static_cast<unsigned>(endPosition - beginPosition);
+        const unsigned count = length < available ? length : available;
+        bytes.assign(beginPosition, beginPosition + count);
+        bytes.resize(length);
+        beginPosition += count;
+        return count == length;
+    }
     }
 }
 
@@ -501,7 +506,7 @@ int PERDecoder::preVisitExtensionRoots(SEQUENCE& seq) {
             return 0;
         extended = decodeSingleBit();
     }
-    if (!decodeBitMap(seq.optionalMap_.bytes().data(), seq.optionalMap_.size()))
+    if (!decodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size()))
         return 0;
     return extended ? 3 : 2;
 }
@@ -523,7 +528,7 @@ int PERDecoder::preVisitExtensions(SEQUENCE& seq) {
         return 0;
     ++n;
     seq.extensionMap_.resize(n);
-    return decodeBitMap(seq.extensionMap_.bytes().data(), n) ? 3 : 0;
+    return decodeBitMap(seq.extensionMap_.bytes(), n) ? 3 : 0;
 }
 
 int PERDecoder::visitKnownExtension(SEQUENCE& seq, int position, int optionalIndex) {

@@ -73,7 +73,7 @@ private:
     // Decodes a value one nesting level down; refuses trees deeper than MaximumNestingDepth.
     bool decodeNested(AbstractData& value);
     // Octets of an OCTET STRING with the given length (shared by OCTET STRING and open types).
-    bool decodeOctets(std::vector<char>& bytes, unsigned length);
+    template <class Bytes> bool decodeOctets(Bytes& bytes, unsigned length);
 
     const char* beginPosition;
     const char* endPosition;

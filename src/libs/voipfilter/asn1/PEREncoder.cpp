@@ -8,17 +8,23 @@ namespace ASN1 {
 
 namespace {
 constexpr unsigned kUnconstrained = 0x7FFFFFFF;
+
+// One octet more at the end of the output. Inline everywhere: the common case, room left in the
+// reserved block, is a store and an increment, and the encoder appends most octets one at a time.
+[[gnu::always_inline]] inline void AppendOctet(OctetBuffer& output, char octet) {
+    output.push_back(octet);
+}
 } // namespace
 
-PEREncoder::PEREncoder(std::vector<char>& output, bool aligned)
+PEREncoder::PEREncoder(OctetBuffer& output, bool aligned)
     : outputBuffer(output), bitOffset(8), alignedFlag(aligned), depth(0) {
     outputBuffer.clear();
-    outputBuffer.reserve(256);
+    outputBuffer.reserve(detail::kPoolLargestBlock);
 }
 
 void PEREncoder::encodeSingleBit(bool bit) {
     if (bitOffset == 8)
-        outputBuffer.push_back(0);
+        AppendOctet(outputBuffer, 0);
     --bitOffset;
     if (bit)
         outputBuffer.back() = static_cast<char>(outputBuffer.back() | (1 << bitOffset));
@@ -30,7 +36,7 @@ void PEREncoder::encodeMultiBit(unsigned value, unsigned nBits) {
     if (nBits == 0)
         return;
     if (bitOffset == 8)
-        outputBuffer.push_back(0);
+        AppendOctet(outputBuffer, 0);
     if (nBits < 32)
         value &= (1u << nBits) - 1;
     if (bitOffset > nBits) {
@@ -43,17 +49,17 @@ void PEREncoder::encodeMultiBit(unsigned value, unsigned nBits) {
     bitOffset = 8;
     while (nBits >= 8) {
         nBits -= 8;
-        outputBuffer.push_back(static_cast<char>(value >> nBits));
+        AppendOctet(outputBuffer, static_cast<char>(value >> nBits));
     }
     if (nBits > 0) {
         bitOffset = static_cast<std::uint16_t>(8 - nBits);
-        outputBuffer.push_back(static_cast<char>((value & ((1u << nBits) - 1)) << bitOffset));
+        AppendOctet(outputBuffer, static_cast<char>((value & ((1u << nBits) - 1)) << bitOffset));
     }
 }
 
 void PEREncoder::encodeByte(unsigned value) {
     byteAlign();
-    outputBuffer.push_back(static_cast<char>(value));
+    AppendOctet(outputBuffer, static_cast<char>(value));
 }
 
 void PEREncoder::encodeBlock(const char* data, unsigned count) {
@@ -177,7 +183,7 @@ bool PEREncoder::encodeAnyType(const AbstractData* value) {
         return false;
     }
     if (outputBuffer.size() == start)
-        outputBuffer.push_back(0); // an empty encoding is one zero bit, padded
+        AppendOctet(outputBuffer, 0); // an empty encoding is one zero bit, padded
     const std::size_t contents = outputBuffer.size();
     if (!encodeLength(static_cast<unsigned>(contents - start), 0, kUnconstrained))
         return false;
@@ -274,7 +280,7 @@ bool PEREncoder::do_visit(const ENUMERATED& value) {
 }
 
 bool PEREncoder::do_visit(const OBJECT_IDENTIFIER& value) {
-    std::vector<char> contents;
+    OctetBuffer contents;
     value.encodeCommon(contents);
     // Deliberately not X.691 24: the length is a constrained number 0..255.
     if (!encodeLength(static_cast<unsigned>(contents.size()), 0, 255))
@@ -363,7 +369,7 @@ bool PEREncoder::do_visit(const BMPString& value) {
                         static_cast<unsigned long long>(value.getUpperLimit()) * b > 16))
         byteAlign();
     const unsigned first = static_cast<unsigned>(value.getFirstChar());
-    for (wchar_t c : static_cast<const std::wstring&>(value))
+    for (wchar_t c : static_cast<const BMPCharacters&>(value))
         encodeMultiBit(static_cast<unsigned>(c) - first, b);
     return true;
 }
@@ -417,7 +423,7 @@ bool PEREncoder::do_visit(const GeneralizedTime& value) {
 bool PEREncoder::preVisitExtensionRoots(const SEQUENCE& seq) {
     if (seq.extendable())
         encodeSingleBit(seq.extensionMap_.any());
-    encodeBitMap(seq.optionalMap_.bytes().data(), seq.optionalMap_.size());
+    encodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size());
     return true;
 }
 
@@ -430,7 +436,7 @@ bool PEREncoder::visitExtensionRoot(const SEQUENCE& seq, int position) {
 bool PEREncoder::preVisitExtensions(const SEQUENCE& seq) {
     const unsigned n = seq.extensionMap_.size();
     encodeSmallUnsigned(n - 1);
-    encodeBitMap(seq.extensionMap_.bytes().data(), n);
+    encodeBitMap(seq.extensionMap_.bytes(), n);
     return true;
 }
 

@@ -12,8 +12,8 @@ namespace ASN1 {
 
 class PEREncoder : public ConstVisitor {
 public:
-    // Clears output and reserves room for a typical message.
-    explicit PEREncoder(std::vector<char>& output, bool aligned = true);
+    // Clears output and reserves room for a typical message (the largest pooled block).
+    explicit PEREncoder(OctetBuffer& output, bool aligned = true);
 
     bool aligned() const { return alignedFlag; }
 
@@ -57,7 +57,7 @@ private:
     // Encodes a value one nesting level down; refuses trees deeper than MaximumNestingDepth.
     bool encodeNested(const AbstractData& value);
 
-    std::vector<char>& outputBuffer;
+    OctetBuffer& outputBuffer;
     std::uint16_t bitOffset; // free bits in the last byte, 1..8
     bool alignedFlag;
     unsigned depth;

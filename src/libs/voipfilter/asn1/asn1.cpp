@@ -254,7 +254,7 @@ bool OBJECT_IDENTIFIER::do_accept(ConstVisitor& v) const {
 
 namespace {
 // X.690 8.19.2: one subidentifier in base 128, most significant group first.
-void appendSubidentifier(std::vector<char>& out, unsigned arc) {
+void appendSubidentifier(OctetBuffer& out, unsigned arc) {
     char groups[5];
     int n = 0;
     do {
@@ -267,7 +267,7 @@ void appendSubidentifier(std::vector<char>& out, unsigned arc) {
 }
 } // namespace
 
-void OBJECT_IDENTIFIER::encodeCommon(std::vector<char>& out) const {
+void OBJECT_IDENTIFIER::encodeCommon(OctetBuffer& out) const {
     out.clear();
     if (value.size() < 2)
         return;
@@ -766,22 +766,57 @@ SEQUENCE::FieldVector::~FieldVector() {
         delete field;
 }
 
+SEQUENCE::BitMap::BitMap(const BitMap& other) {
+    *this = other;
+}
+
+SEQUENCE::BitMap& SEQUENCE::BitMap::operator=(const BitMap& other) {
+    if (this != &other) {
+        resize(other.totalBits);
+        std::memcpy(bytes(), other.bytes(), (other.totalBits + 7u) / 8);
+    }
+    return *this;
+}
+
+SEQUENCE::BitMap::~BitMap() {
+    if (capacity > kInlineBytes)
+        detail::PoolRelease(heapBytes, capacity);
+}
+
 void SEQUENCE::BitMap::resize(unsigned n) {
+    const unsigned oldBytes = (totalBits + 7u) / 8;
+    const unsigned newBytes = static_cast<unsigned>((static_cast<std::size_t>(n) + 7) / 8);
+    if (newBytes > capacity) {
+        char* grown = static_cast<char*>(detail::PoolAllocate(newBytes));
+        std::memcpy(grown, bytes(), oldBytes);
+        if (capacity > kInlineBytes)
+            detail::PoolRelease(heapBytes, capacity);
+        heapBytes = grown;
+        capacity = newBytes;
+    }
+    // Octets a map grows into start cleared, as do the bits past the new end of a kept last
+    // octet, so that growing shows zeros.
+    char* data = bytes();
+    for (unsigned i = oldBytes; i < newBytes; ++i)
+        data[i] = 0;
     totalBits = n;
-    bitData.resize((static_cast<std::size_t>(n) + 7) / 8);
-    // Bits past the new end of a kept last byte are cleared so that growing shows zeros.
     if (n % 8 != 0)
-        bitData[n / 8] = static_cast<char>(bitData[n / 8] & (0xFF00 >> (n % 8)));
+        data[n / 8] = static_cast<char>(data[n / 8] & (0xFF00 >> (n % 8)));
 }
 
 void SEQUENCE::BitMap::swap(BitMap& other) {
     std::swap(totalBits, other.totalBits);
-    bitData.swap(other.bitData);
+    std::swap(capacity, other.capacity);
+    char storage[kInlineBytes];
+    std::memcpy(storage, inlineBytes, kInlineBytes);
+    std::memcpy(inlineBytes, other.inlineBytes, kInlineBytes);
+    std::memcpy(other.inlineBytes, storage, kInlineBytes);
 }
 
 bool SEQUENCE::BitMap::any() const {
-    for (char byte : bitData) {
-        if (byte != 0)
+    const char* data = bytes();
+    for (unsigned i = 0; i < (totalBits + 7u) / 8; ++i) {
+        if (data[i] != 0)
             return true;
     }
     return false;

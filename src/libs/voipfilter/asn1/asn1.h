@@ -106,6 +106,10 @@ template <class Kind> class Allocator {};
 // shorter, 1 when it is longer, 0 when equal.
 int lexicographic_compare_bytes(const char* a, const char* aEnd, const char* b, const char* bEnd);
 
+// Octets of a value and of an encoding, drawn from the small-block pool: the octets of an
+// OCTET STRING live as long as its node, and an encoder's output as long as one encode.
+typedef std::vector<char, detail::PoolAllocator<char>> OctetBuffer;
+
 // ------------------------------------------------------------------------------------------------
 class AbstractData {
 public:
@@ -394,7 +398,7 @@ public:
 
     // X.690 8.19 contents octets: first two arcs as 40a + b, then base 128 with 0x80 on every
     // octet but the last of an arc. Fewer than two arcs give no octets.
-    void encodeCommon(std::vector<char>& out) const;
+    void encodeCommon(OctetBuffer& out) const;
     // False when the octets end inside an arc.
     bool decodeCommon(const char* data, unsigned length);
 
@@ -409,7 +413,7 @@ private:
     bool do_accept(Visitor& v) override;
     bool do_accept(ConstVisitor& v) const override;
 
-    std::vector<unsigned> value;
+    std::vector<unsigned, detail::PoolAllocator<unsigned>> value;
 };
 
 // ------------------------------------------------------------------------------------------------
@@ -454,11 +458,11 @@ private:
 
 // ------------------------------------------------------------------------------------------------
 class OCTET_STRING : public ConstrainedObject,
-                     public std::vector<char>,
+                     public OctetBuffer,
                      public detail::Allocator<OCTET_STRING> {
 public:
     typedef ConstrainedObject::InfoType InfoType;
-    typedef std::vector<char> ContainerType;
+    typedef OctetBuffer ContainerType;
     static const InfoType theInfo; // unconstrained size
 
     explicit OCTET_STRING(const void* info = &theInfo) : ConstrainedObject(info) {}
@@ -592,8 +596,12 @@ VOIPFILTER_ASN1_STRING_KIND(GeneralString, 27, 0, 8, 8, 8);
 #undef VOIPFILTER_ASN1_STRING_KIND
 
 // ------------------------------------------------------------------------------------------------
+// The characters live in the small-block pool like the nodes themselves.
+typedef std::basic_string<wchar_t, std::char_traits<wchar_t>, detail::PoolAllocator<wchar_t>>
+    BMPCharacters;
+
 class BMPString : public ConstrainedObject,
-                  public std::wstring,
+                  public BMPCharacters,
                   public detail::Allocator<BMPString> {
 public:
     struct InfoType {
@@ -611,20 +619,20 @@ public:
 
     explicit BMPString(const void* info = &theInfo) : ConstrainedObject(info) {}
     BMPString(const wchar_t* s, const void* info = &theInfo)
-        : ConstrainedObject(info), std::wstring(s) {}
+        : ConstrainedObject(info), BMPCharacters(s) {}
     BMPString(const BMPString& other) = default;
     BMPString& operator=(const BMPString& other) {
-        std::wstring::operator=(other);
+        BMPCharacters::operator=(other);
         return *this;
     }
     BMPString& operator=(const std::wstring& s) {
-        std::wstring::operator=(s);
+        BMPCharacters::assign(s.data(), s.size());
         return *this;
     }
     static AbstractData* create(const void* info);
     BMPString* clone() const { return static_cast<BMPString*>(do_clone()); }
 
-    void assign(const wchar_t* s, size_type count) { std::wstring::assign(s, count); }
+    void assign(const wchar_t* s, size_type count) { BMPCharacters::assign(s, count); }
     wchar_t getFirstChar() const { return info()->firstChar; }
     wchar_t getLastChar() const { return info()->lastChar; }
     unsigned getNumBits(bool aligned) const {
@@ -779,33 +787,48 @@ public:
         void swap(FieldVector& other) { FieldSlots::swap(other); }
     };
 
+    // Presence bits, most significant bit first. Maps of up to 64 bits (nearly every one) are
+    // held in the object itself; longer ones take a block of the pool.
     class BitMap {
     public:
-        BitMap() : totalBits(0) {}
-        explicit BitMap(unsigned n)
-            : totalBits(n), bitData((static_cast<std::size_t>(n) + 7) / 8) {}
+        BitMap() = default;
+        explicit BitMap(unsigned n) {
+            if (n <= kInlineBytes * 8)
+                totalBits = n; // the inline octets start cleared
+            else
+                resize(n);
+        }
+        BitMap(const BitMap& other);
+        BitMap& operator=(const BitMap& other);
+        ~BitMap();
         unsigned size() const { return totalBits; }
         void resize(unsigned n);
         bool operator[](unsigned i) const {
-            return i < totalBits && (bitData[i / 8] & (0x80 >> (i % 8))) != 0;
+            return i < totalBits && (bytes()[i / 8] & (0x80 >> (i % 8))) != 0;
         }
         void set(unsigned i) {
             if (i < totalBits)
-                bitData[i / 8] = static_cast<char>(bitData[i / 8] | (0x80 >> (i % 8)));
+                bytes()[i / 8] = static_cast<char>(bytes()[i / 8] | (0x80 >> (i % 8)));
         }
         void clear(unsigned i) {
             if (i < totalBits)
-                bitData[i / 8] = static_cast<char>(bitData[i / 8] & ~(0x80 >> (i % 8)));
+                bytes()[i / 8] = static_cast<char>(bytes()[i / 8] & ~(0x80 >> (i % 8)));
         }
         void swap(BitMap& other);
         bool any() const;
-        typedef std::vector<char, detail::PoolAllocator<char>> Bytes;
-        Bytes& bytes() { return bitData; }
-        const Bytes& bytes() const { return bitData; }
+        // ceil(size() / 8) octets.
+        char* bytes() { return capacity <= kInlineBytes ? inlineBytes : heapBytes; }
+        const char* bytes() const { return capacity <= kInlineBytes ? inlineBytes : heapBytes; }
 
     private:
-        unsigned totalBits;
-        Bytes bitData;
+        static constexpr unsigned kInlineBytes = 8;
+
+        unsigned totalBits = 0;
+        unsigned capacity = kInlineBytes; // octets the storage holds
+        union {
+            char inlineBytes[kInlineBytes] = {};
+            char* heapBytes;
+        };
     };
 
     explicit SEQUENCE(const void* info);

@@ -27,7 +27,7 @@ template <class T> int ASNDecode(const unsigned char* data, unsigned length, T& 
 template <class T> int ASNEncode(T& value, unsigned char* buffer, unsigned* size) {
     if (buffer == nullptr || size == nullptr)
         return -1;
-    std::vector<char> octets;
+    OctetBuffer octets;
     PEREncoder encoder(octets, true);
     if (!value.accept(encoder))
         encodingIncomplete();
@@ -46,12 +46,14 @@ template <class T> int ASNDecode(const OCTET_STRING& octets, T& value) {
 }
 
 // Replaces the octets by the encoding of value, complete or not (as the raw form). @return 1.
+// The octets keep their own block when the encoding fits in it (a rewritten address seldom
+// changes the length), so that they hold no more than they did.
 template <class T> int ASNEncode(T& value, OCTET_STRING& octets) {
-    std::vector<char> encoded;
+    OctetBuffer encoded;
     PEREncoder encoder(encoded, true);
     if (!value.accept(encoder))
         encodingIncomplete();
-    static_cast<std::vector<char>&>(octets).swap(encoded);
+    octets.assign(encoded.begin(), encoded.end());
     return 1;
 }
 

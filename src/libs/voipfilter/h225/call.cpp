@@ -43,19 +43,24 @@ void H225TranslatorContext::OnOpenLogicalChannel(bool fromOriginator) {
         fastStart_.RefuseFastStart();
 }
 
+// A fresh value is swapped in rather than copied over the held one, whose tree goes at once.
+void H225TranslatorContext::ClearUserInformation() {
+    H323_MESSAGES::H323_UserInformation fresh;
+    userInformation_.swap(fresh);
+}
+
 // --- Q.931 framing
 // --------------------------------------------------------------------------------
 
 int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int length) {
     keptElements_.clear();
-    keptLengths_.clear();
     modified_ = false;
     VF_LOG(HostContext(), logsource::kH225, 5) << "H.225\t Decoding the PDU ";
 
     // The PER decoder fills a value in place and keeps what an encoding does not mention (the
     // extension presence bits, an alternative already created), so every PDU starts from a
     // fresh value.
-    userInformation_ = H323_MESSAGES::H323_UserInformation();
+    ClearUserInformation();
 
     if (pdu == nullptr || length < q931::kHeaderSize)
         return -1;
@@ -64,14 +69,21 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
         return -1;
 
     // Every element but user-user is kept as it stands; the user-user element (the last one,
-    // when there are several) carries the PER payload.
+    // when there are several) carries the PER payload. The kept elements are measured first so
+    // that they take one block.
+    unsigned int keptSize = 0;
+    q931::WalkElements(pdu, length, [&](const q931::Element& element) {
+        if (element.identifier != q931::kUserUserElement)
+            keptSize += element.size;
+        return true;
+    });
+    keptElements_.reserve(keptSize);
     const unsigned char* payload = nullptr;
     unsigned int payloadLength = 0;
     const bool complete = q931::WalkElements(pdu, length, [&](const q931::Element& element) {
         const unsigned char* const first = pdu + element.offset;
         if (element.identifier != q931::kUserUserElement) {
             keptElements_.insert(keptElements_.end(), first, first + element.size);
-            keptLengths_.push_back(element.size);
         } else if (element.contents > 0) {
             // The first content octet is the protocol discriminator (H.225.0: 5, X.208/X.209).
             userUserDiscriminator_ = first[3];
@@ -91,15 +103,14 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     const int result = ASN1::ASNDecode(payload, payloadLength, userInformation_);
     // A failed decode leaves no half-filled message for a later translate call to act on.
     if (result != 1)
-        userInformation_ = H323_MESSAGES::H323_UserInformation();
+        ClearUserInformation();
     return result;
 }
 
 void H225TranslatorContext::ForgetPDU() {
     keptElements_.clear();
-    keptLengths_.clear();
     modified_ = false;
-    userInformation_ = H323_MESSAGES::H323_UserInformation();
+    ClearUserInformation();
 }
 
 int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* length) {
@@ -111,14 +122,12 @@ int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* lengt
     const unsigned int size = *length;
     std::memcpy(buffer, q931Header_, q931::kHeaderSize);
     unsigned int used = q931::kHeaderSize;
-    const unsigned char* element = keptElements_.data();
-    for (unsigned int elementLength : keptLengths_) {
-        if (size - used < elementLength)
-            return -1;
-        std::memcpy(buffer + used, element, elementLength);
-        used += elementLength;
-        element += elementLength;
-    }
+    const unsigned int keptSize = static_cast<unsigned int>(keptElements_.size());
+    if (size - used < keptSize)
+        return -1;
+    if (keptSize != 0)
+        std::memcpy(buffer + used, keptElements_.data(), keptSize);
+    used += keptSize;
     if (size - used < q931::kUserUserHeaderSize)
         return -1;
     unsigned int encoded = size - used - q931::kUserUserHeaderSize;

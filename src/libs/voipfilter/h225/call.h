@@ -77,6 +77,8 @@ private:
     // (H.323 8.1.7).
     void OnOpenLogicalChannel(bool fromOriginator) override;
 
+    // Replaces the decoded message by a fresh, empty one.
+    void ClearUserInformation();
     const char* getHeaderSetup(H323_MESSAGES::Setup_UUIE& setup, int selector);
     int setVendor(H323_MESSAGES::VendorIdentifier& vendor, char* value);
     // The call signalling address fields of SETUP, checked against the host's and rewritten.
@@ -98,7 +100,6 @@ private:
     unsigned char q931Header_[q931::kHeaderSize];
     unsigned char userUserDiscriminator_ = 0;
     std::vector<unsigned char> keptElements_; // every element but user-user, back to back
-    std::vector<unsigned int> keptLengths_;   // the length of each, in order
     H323_MESSAGES::H323_UserInformation userInformation_;
     bool modified_ = false;
 

@@ -57,10 +57,10 @@ const char* H225TranslatorContext::getHeaderSetup(Setup_UUIE& setup, int selecto
 }
 
 int H225TranslatorContext::setVendor(VendorIdentifier& vendor, char* value) {
-    const std::vector<char> product(value, value + std::strlen(value));
+    const ASN1::OctetBuffer product(value, value + std::strlen(value));
     // The version is always one zero octet, whatever the product text: the version of the
     // endpoint behind the firewall is not to be told at all.
-    const std::vector<char> version(1, '\0');
+    const ASN1::OctetBuffer version(1, '\0');
     vendor.set_productId(product);
     vendor.set_versionId(version);
     return 1;
