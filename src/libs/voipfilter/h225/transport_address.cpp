@@ -1,27 +1,23 @@
 #include "h225/transport_address.h"
 
+#include "host/sockaddr.h"
+
 #include <arpa/inet.h>
 
-#include <cstring>
-
 bool DecodeH225TransportAddress(const H323_MESSAGES::TransportAddress& in, sockaddr_type& out) {
-    std::memset(&out, 0, sizeof out);
     if (in.ipAddress_isSelected()) {
         const auto& ip = in.get_ipAddress();
-        const auto& octets = ip.get_ip();
-        out.family = VOIPXLATE_FAMILY_IPV4;
-        std::memcpy(out.addr, octets.data(), octets.size() < 4 ? octets.size() : 4);
-        out.port = htons(static_cast<uint16_t>(ip.get_port().getValue()));
+        out = SockaddrFromOctets(VOIPXLATE_FAMILY_IPV4, ip.get_ip().data(), ip.get_ip().size(),
+                                 ip.get_port().getValue());
         return true;
     }
     if (in.ip6Address_isSelected()) {
         const auto& ip = in.get_ip6Address();
-        const auto& octets = ip.get_ip();
-        out.family = VOIPXLATE_FAMILY_IPV6;
-        std::memcpy(out.addr, octets.data(), octets.size() < 16 ? octets.size() : 16);
-        out.port = htons(static_cast<uint16_t>(ip.get_port().getValue()));
+        out = SockaddrFromOctets(VOIPXLATE_FAMILY_IPV6, ip.get_ip().data(), ip.get_ip().size(),
+                                 ip.get_port().getValue());
         return true;
     }
+    out = CopyOrZero(nullptr);
     return false;
 }
 

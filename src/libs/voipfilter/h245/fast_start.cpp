@@ -43,6 +43,15 @@ FastStartElement ClassifyFastStartElement(OpenLogicalChannel& olc) {
     return element;
 }
 
+bool FastStart::DecodeElement(const ASN1::OCTET_STRING& element, unsigned number, const char* list,
+                              OpenLogicalChannel& olc) {
+    if (ASN1::ASNDecode(element, olc) >= 0)
+        return true;
+    VF_LOG(channels_.HostContext(), logsource::kH245, 1)
+        << "H.225\tcannot decode fastStart " << list << ' ' << number;
+    return false;
+}
+
 int FastStart::TranslateFastStartRequest(OctetStringList& fastStart) {
     auto allowCodec =
         VoIPTranslator::Current().Callback<voipxlate_allow_codec_function>(VOIPXLATE_ALLOW_CODEC);
@@ -54,9 +63,7 @@ int FastStart::TranslateFastStartRequest(OctetStringList& fastStart) {
         const unsigned number = i + kFirstElement;
         ASN1::OCTET_STRING& element = fastStart[i];
         OpenLogicalChannel olc;
-        if (ASN1::ASNDecode(element, olc) < 0) {
-            VF_LOG(channels_.HostContext(), logsource::kH245, 1)
-                << "H.225\tcannot decode fastStart request " << number;
+        if (!DecodeElement(element, number, "request", olc)) {
             dropped.push_back(i);
             continue;
         }
@@ -158,11 +165,8 @@ int FastStart::AcceptFastStartReply(bool fromOriginator, OctetStringList& fastSt
             const unsigned number = i + kFirstElement;
             ASN1::OCTET_STRING& element = fastStart[i];
             OpenLogicalChannel olc;
-            if (ASN1::ASNDecode(element, olc) < 0) {
-                VF_LOG(channels_.HostContext(), logsource::kH245, 1)
-                    << "H.225\tcannot decode fastStart reply " << number;
+            if (!DecodeElement(element, number, "reply", olc))
                 continue;
-            }
             VF_LOG(channels_.HostContext(), logsource::kH245, 5)
                 << "H.245\tTranslating fastStart reply\n"
                 << olc;

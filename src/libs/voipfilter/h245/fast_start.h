@@ -49,6 +49,10 @@ public:
     void RefuseFastStart();
 
 private:
+    // Decodes one element of a proposal ("request") or an answer ("reply"); false, after
+    // logging, when it is not an OpenLogicalChannel.
+    bool DecodeElement(const ASN1::OCTET_STRING& element, unsigned number, const char* list,
+                       MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel& olc);
     int TranslateFastStartOpenLogicalChannel(MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel& olc);
     int TranslateFastStartReply(int pass, bool fromOriginator,
                                 MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel& olc);

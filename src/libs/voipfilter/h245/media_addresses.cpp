@@ -1,28 +1,24 @@
 #include "h245/media_addresses.h"
 
-#include <cstring>
+#include "host/sockaddr.h"
 
 using namespace MULTIMEDIA_SYSTEM_CONTROL;
 
 bool DecodeH245TransportAddress(const TransportAddress& in, sockaddr_type& out) {
-    std::memset(&out, 0, sizeof out);
+    out = CopyOrZero(nullptr);
     if (!in.unicastAddress_isSelected())
         return false;
     const UnicastAddress& unicast = in.get_unicastAddress();
     if (unicast.iPAddress_isSelected()) {
         const auto& ip = unicast.get_iPAddress();
-        const auto& network = ip.get_network();
-        out.family = VOIPXLATE_FAMILY_IPV4;
-        std::memcpy(out.addr, network.data(), network.size() < 4 ? network.size() : 4);
-        out.port = htons(static_cast<uint16_t>(ip.get_tsapIdentifier().getValue()));
+        out = SockaddrFromOctets(VOIPXLATE_FAMILY_IPV4, ip.get_network().data(),
+                                 ip.get_network().size(), ip.get_tsapIdentifier().getValue());
         return true;
     }
     if (unicast.iP6Address_isSelected()) {
         const auto& ip = unicast.get_iP6Address();
-        const auto& network = ip.get_network();
-        out.family = VOIPXLATE_FAMILY_IPV6;
-        std::memcpy(out.addr, network.data(), network.size() < 16 ? network.size() : 16);
-        out.port = htons(static_cast<uint16_t>(ip.get_tsapIdentifier().getValue()));
+        out = SockaddrFromOctets(VOIPXLATE_FAMILY_IPV6, ip.get_network().data(),
+                                 ip.get_network().size(), ip.get_tsapIdentifier().getValue());
         return true;
     }
     return false;

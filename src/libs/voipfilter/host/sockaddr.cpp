@@ -83,3 +83,12 @@ bool operator==(const sockaddr_type& a, const sockaddr_type& b) {
         return false;
     }
 }
+
+sockaddr_type SockaddrFromOctets(int family, const char* octets, std::size_t size, unsigned port) {
+    sockaddr_type address = CopyOrZero(nullptr);
+    const std::size_t length = family == VOIPXLATE_FAMILY_IPV4 ? 4 : 16;
+    address.family = static_cast<decltype(address.family)>(family);
+    std::memcpy(address.addr, octets, size < length ? size : length);
+    address.port = htons(static_cast<uint16_t>(port));
+    return address;
+}

@@ -32,6 +32,10 @@ inline sockaddr_type CopyOrZero(const sockaddr_type* address) {
     return zero;
 }
 
+// The record of an address read from a PDU: the family, its octets (IPv4 4, IPv6 16; a shorter
+// string leaves the rest zero, a longer one is cut) and the port, stored in network order.
+sockaddr_type SockaddrFromOctets(int family, const char* octets, std::size_t size, unsigned port);
+
 // Equal families and ports, then IPv4 compares 4 bytes and IPv6 all 16; an unknown family is
 // never equal, not even to itself.
 bool operator==(const sockaddr_type& a, const sockaddr_type& b);
