@@ -21,7 +21,9 @@ namespace fuzzper {
 template <class T> bool Encode(const T& value, ASN1::OctetBuffer& out) {
     ASN1::PEREncoder encoder(out, true);
     try {
-        return value.accept(encoder);
+        const bool ok = value.accept(encoder);
+        encoder.finish();
+        return ok;
     } catch (const ASN1::Refusal&) {
         return false;
     }

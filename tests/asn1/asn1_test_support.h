@@ -27,6 +27,7 @@ inline std::string encodeHex(const AbstractData& value, bool aligned = true) {
     OctetBuffer out;
     PEREncoder encoder(out, aligned);
     const bool ok = value.accept(encoder);
+    encoder.finish();
     return (ok ? "" : "FAIL:") + Hex(out);
 }
 

@@ -56,6 +56,7 @@ bool DecodePrimitive(const std::string& type, bool aligned, bool encode, const O
         encoder.encodeSmallUnsigned(value);
         ok = true;
     }
+    encoder.finish();
     if (ok) {
         outcome.value = std::to_string(value);
         outcome.octets = Hex(out);
@@ -153,6 +154,7 @@ TEST(PerOpenType, LengthMovedInFrontOfContents) {
     CHOICE unselected(&choice3Info);
     EXPECT_FALSE(encoder.encodeAnyType(&unselected));
     encoder.encodeSingleBit(true);
+    encoder.finish();
     EXPECT_EQ(Hex(Octets("80 01 07 80ca 80c8 5a*200 c0")), Hex(out));
 }
 

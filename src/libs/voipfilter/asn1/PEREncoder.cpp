@@ -8,73 +8,100 @@ namespace ASN1 {
 
 namespace {
 constexpr unsigned kUnconstrained = 0x7FFFFFFF;
-
-// One octet more at the end of the output. Inline everywhere: the common case, room left in the
-// reserved block, is a store and an increment, and the encoder appends most octets one at a time.
-[[gnu::always_inline]] inline void AppendOctet(OctetBuffer& output, char octet) {
-    output.push_back(octet);
-}
 } // namespace
 
 PEREncoder::PEREncoder(OctetBuffer& output, bool aligned)
-    : outputBuffer(output), bitOffset(8), alignedFlag(aligned), depth(0) {
+    : outputBuffer(output), pending(0), pendingBits(0), alignedFlag(aligned), depth(0) {
     outputBuffer.clear();
-    outputBuffer.reserve(detail::kPoolLargestBlock);
+    outputBuffer.resize(detail::kPoolLargestBlock);
+    cursor = outputBuffer.data();
+    limit = cursor + outputBuffer.size();
+}
+
+[[gnu::cold]] void PEREncoder::grow(std::size_t count) {
+    const std::size_t used = written();
+    const std::size_t doubled = outputBuffer.size() * 2;
+    outputBuffer.resize(doubled > used + count ? doubled : used + count);
+    cursor = outputBuffer.data() + used;
+    limit = outputBuffer.data() + outputBuffer.size();
+}
+
+void PEREncoder::finish() {
+    byteAlign();
+    outputBuffer.resize(written());
+    cursor = limit = outputBuffer.data() + outputBuffer.size();
+}
+
+void PEREncoder::byteAlign() {
+    if (pendingBits == 0)
+        return;
+    reserveOctets(1);
+    *cursor++ = static_cast<char>(pending << (8 - pendingBits));
+    pendingBits = 0;
+}
+
+// The unfinished octet's bits and the new ones are joined in one 32-bit word: one word holds the
+// at most 7 waiting bits and 25 new ones. When that completes an octet, the joined bits are moved
+// to the top of the word and all four of its octets stored, most significant first, at the
+// cursor; the cursor then passes the whole ones only, and the rest are written over later.
+[[gnu::always_inline]] inline void PEREncoder::putBits(std::uint32_t value, unsigned nBits) {
+    const unsigned total = pendingBits + nBits;
+    const std::uint32_t word = (pending << nBits) | value;
+    pending = word;
+    if (total < 8) {
+        pendingBits = total;
+        return;
+    }
+    reserveOctets(4);
+    char* const out = cursor;
+    const std::uint32_t top = word << (32 - total);
+    out[0] = static_cast<char>(top >> 24);
+    out[1] = static_cast<char>((top >> 16) & 0xFF);
+    out[2] = static_cast<char>((top >> 8) & 0xFF);
+    out[3] = static_cast<char>(top & 0xFF);
+    cursor = out + total / 8;
+    pendingBits = total % 8;
 }
 
 void PEREncoder::encodeSingleBit(bool bit) {
-    if (bitOffset == 8)
-        AppendOctet(outputBuffer, 0);
-    --bitOffset;
-    if (bit)
-        outputBuffer.back() = static_cast<char>(outputBuffer.back() | (1 << bitOffset));
-    if (bitOffset == 0)
-        byteAlign();
+    putBits(bit ? 1 : 0, 1);
 }
 
 void PEREncoder::encodeMultiBit(unsigned value, unsigned nBits) {
     if (nBits == 0)
         return;
-    if (bitOffset == 8)
-        AppendOctet(outputBuffer, 0);
     if (nBits < 32)
         value &= (1u << nBits) - 1;
-    if (bitOffset > nBits) {
-        bitOffset = static_cast<std::uint16_t>(bitOffset - nBits);
-        outputBuffer.back() = static_cast<char>(outputBuffer.back() | (value << bitOffset));
-        return;
+    if (nBits > 25) { // the wider numbers go in two parts
+        putBits(value >> 16, nBits - 16);
+        value &= 0xFFFF;
+        nBits = 16;
     }
-    nBits -= bitOffset;
-    outputBuffer.back() = static_cast<char>(outputBuffer.back() | (value >> nBits));
-    bitOffset = 8;
-    while (nBits >= 8) {
-        nBits -= 8;
-        AppendOctet(outputBuffer, static_cast<char>(value >> nBits));
-    }
-    if (nBits > 0) {
-        bitOffset = static_cast<std::uint16_t>(8 - nBits);
-        AppendOctet(outputBuffer, static_cast<char>((value & ((1u << nBits) - 1)) << bitOffset));
-    }
+    putBits(value, nBits);
 }
 
 void PEREncoder::encodeByte(unsigned value) {
     byteAlign();
-    AppendOctet(outputBuffer, static_cast<char>(value));
+    reserveOctets(1);
+    *cursor++ = static_cast<char>(value);
 }
 
 void PEREncoder::encodeBlock(const char* data, unsigned count) {
     if (count == 0)
         return;
     byteAlign();
-    outputBuffer.insert(outputBuffer.end(), data, data + count);
+    reserveOctets(count);
+    std::memcpy(cursor, data, count);
+    cursor += count;
 }
 
 void PEREncoder::encodeBitMap(const char* bits, unsigned nBits) {
     unsigned index = 0;
     for (; nBits >= 8; nBits -= 8)
-        encodeMultiBit(static_cast<unsigned char>(bits[index++]), 8);
+        putBits(static_cast<unsigned char>(bits[index++]), 8);
     if (nBits > 0)
-        encodeMultiBit(static_cast<unsigned char>(bits[index]) >> (8 - nBits), nBits);
+        putBits(static_cast<unsigned>(static_cast<unsigned char>(bits[index]) >> (8 - nBits)),
+                nBits);
 }
 
 // X.691 10.6: normally small non-negative whole number.
@@ -170,32 +197,35 @@ bool PEREncoder::encodeConstrainedLength(const ConstrainedObject& object, unsign
 // and the length determinant, known only afterwards, is then rotated in front of them. A value
 // that fails leaves the output as it was.
 bool PEREncoder::encodeAnyType(const AbstractData* value) {
-    const std::size_t start = outputBuffer.size();
-    const std::uint16_t savedOffset = bitOffset;
+    const std::size_t before = written();
+    const std::uint32_t savedPending = pending;
+    const unsigned savedPendingBits = pendingBits;
     const bool savedAligned = alignedFlag;
     byteAlign();
+    const std::size_t start = written();
     alignedFlag = true;
     const bool ok = value == nullptr || encodeNested(*value);
     alignedFlag = savedAligned;
     if (!ok) {
-        outputBuffer.resize(start);
-        bitOffset = savedOffset;
+        cursor = outputBuffer.data() + before;
+        pending = savedPending;
+        pendingBits = savedPendingBits;
         return false;
     }
-    if (outputBuffer.size() == start)
-        AppendOctet(outputBuffer, 0); // an empty encoding is one zero bit, padded
-    const std::size_t contents = outputBuffer.size();
+    if (written() == start && pendingBits == 0)
+        encodeByte(0); // an empty encoding is one zero bit, padded
+    byteAlign();
+    const std::size_t contents = written();
     if (!encodeLength(static_cast<unsigned>(contents - start), 0, kUnconstrained))
         return false;
     // The determinant of an encodable length is one or two octets (longer ones abort above).
     char* base = outputBuffer.data();
-    const std::size_t prefixSize = outputBuffer.size() - contents;
+    const std::size_t prefixSize = written() - contents;
     char prefix[2];
     ASN1_ASSERT(prefixSize <= sizeof prefix);
     std::memcpy(prefix, base + contents, prefixSize);
     std::memmove(base + start + prefixSize, base + start, contents - start);
     std::memcpy(base + start, prefix, prefixSize);
-    bitOffset = 8;
     return true;
 }
 

@@ -5,19 +5,28 @@
 
 #include "asn1/asn1.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 namespace ASN1 {
 
+// The encoder writes through a cursor into output, which it sizes ahead (a typical message fits
+// the first block), and keeps the bits of the octet it has not finished in a word of its own.
+// Until finish() the output holds that room, not the encoding: call it once the value (or the
+// primitives) are written, whether they succeeded or not.
 class PEREncoder : public ConstVisitor {
 public:
-    // Clears output and reserves room for a typical message (the largest pooled block).
+    // Clears output and sizes it for a typical message (the largest pooled block).
     explicit PEREncoder(OctetBuffer& output, bool aligned = true);
 
     bool aligned() const { return alignedFlag; }
 
-    void byteAlign() { bitOffset = 8; }
+    // Cuts the output to what was written, the unfinished octet padded with zero bits. Nothing is
+    // to be written after it.
+    void finish();
+
+    void byteAlign();
     void encodeSingleBit(bool bit);
     void encodeMultiBit(unsigned value, unsigned nBits);
     void encodeByte(unsigned value);
@@ -56,9 +65,23 @@ private:
 
     // Encodes a value one nesting level down; refuses trees deeper than MaximumNestingDepth.
     bool encodeNested(const AbstractData& value);
+    // Appends nBits (1..32) of value, which has no bits above them.
+    void putBits(std::uint32_t value, unsigned nBits);
+    // Makes room for count more octets at the cursor.
+    void reserveOctets(std::size_t count) {
+        if (static_cast<std::size_t>(limit - cursor) < count)
+            grow(count);
+    }
+    void grow(std::size_t count);
+    std::size_t written() const { return static_cast<std::size_t>(cursor - outputBuffer.data()); }
 
     OctetBuffer& outputBuffer;
-    std::uint16_t bitOffset; // free bits in the last byte, 1..8
+    char* cursor; // where the next whole octet goes
+    char* limit;  // end of the room sized in outputBuffer
+    // The bits of the unfinished octet are the low pendingBits (0..7) bits of pending; the bits
+    // above them are left over from octets already written and mean nothing.
+    std::uint32_t pending;
+    unsigned pendingBits;
     bool alignedFlag;
     unsigned depth;
 };

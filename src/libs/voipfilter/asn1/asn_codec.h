@@ -29,7 +29,9 @@ template <class T> int ASNEncode(T& value, unsigned char* buffer, unsigned* size
         return -1;
     OctetBuffer octets;
     PEREncoder encoder(octets, true);
-    if (!value.accept(encoder))
+    const bool complete = value.accept(encoder);
+    encoder.finish();
+    if (!complete)
         encodingIncomplete();
     if (octets.size() > *size)
         return -1;
@@ -51,7 +53,9 @@ template <class T> int ASNDecode(const OCTET_STRING& octets, T& value) {
 template <class T> int ASNEncode(T& value, OCTET_STRING& octets) {
     OctetBuffer encoded;
     PEREncoder encoder(encoded, true);
-    if (!value.accept(encoder))
+    const bool complete = value.accept(encoder);
+    encoder.finish();
+    if (!complete)
         encodingIncomplete();
     octets.assign(encoded.begin(), encoded.end());
     return 1;
