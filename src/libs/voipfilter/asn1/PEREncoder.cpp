@@ -107,7 +107,7 @@ void PEREncoder::encodeBitMap(const char* bits, unsigned nBits) {
 // X.691 10.6: normally small non-negative whole number.
 void PEREncoder::encodeSmallUnsigned(unsigned value) {
     if (value <= 63) {
-        encodeMultiBit(value, 7); // a 0 bit, then six bits
+        putBits(value, 7); // a 0 bit, then six bits
         return;
     }
     encodeSingleBit(true);
@@ -130,7 +130,7 @@ bool PEREncoder::encodeLength(unsigned length, unsigned lower, unsigned upper) {
         return encodeUnsigned(length, lower, upper);
     byteAlign();
     if (length < 128) { // X.691 10.9.3.6
-        encodeMultiBit(length, 8);
+        putBits(length, 8);
         return true;
     }
     encodeSingleBit(true);
@@ -141,7 +141,7 @@ bool PEREncoder::encodeLength(unsigned length, unsigned lower, unsigned upper) {
         encodeSingleBit(true);
         ASN1_ASSERT(len < 0x2000);
     }
-    encodeMultiBit(len, 15); // X.691 10.9.3.7: 10 followed by the 14-bit length
+    putBits(len, 15); // X.691 10.9.3.7: 10 followed by the 14-bit length
     return true;
 }
 
@@ -156,7 +156,7 @@ bool PEREncoder::encodeUnsigned(unsigned value, unsigned lower, unsigned upper) 
     const unsigned offset = value - lower;
     if (alignedFlag) {
         if (span < 255) { // X.691 10.5.7.1: bit-field, no alignment
-            encodeMultiBit(offset, nBits);
+            putBits(offset, nBits);
             return true;
         }
         if (nBits >= 17) { // X.691 10.5.7.4: octet count, then the octets
@@ -344,11 +344,12 @@ bool PEREncoder::do_visit(const OCTET_STRING& value) {
     // Deliberately not X.691 17.6/17.7: every one- and two-octet string is written without
     // alignment, whether or not its size is fixed.
     case 1:
-        encodeMultiBit(static_cast<unsigned char>(value[0]), 8);
+        putBits(static_cast<unsigned char>(value[0]), 8);
         return true;
     case 2:
-        encodeMultiBit(static_cast<unsigned char>(value[0]), 8);
-        encodeMultiBit(static_cast<unsigned char>(value[1]), 8);
+        putBits(static_cast<std::uint32_t>(static_cast<unsigned char>(value[0])) << 8 |
+                    static_cast<unsigned char>(value[1]),
+                16);
         return true;
     default:
         encodeBlock(value.data(), size);
