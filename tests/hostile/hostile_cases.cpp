@@ -1,27 +1,19 @@
 #include "hostile_cases.h"
 
+#include <initializer_list>
 #include <sstream>
+#include <utility>
 
 namespace {
 
-MediaHost HostNamed(const std::string& name) {
-    if (name == "no-media-callbacks")
-        return MediaHost::NoMediaCallbacks;
-    if (name == "answers-ipv6")
-        return MediaHost::AnswersIPv6;
-    if (name == "vetoes-every-codec")
-        return MediaHost::VetoesEveryCodec;
-    EXPECT_EQ("recording", name);
-    return MediaHost::Recording;
-}
-
-Entry EntryNamed(const std::string& name) {
-    if (name == "h245")
-        return Entry::H245;
-    if (name == "header")
-        return Entry::HeaderString;
-    EXPECT_EQ("h225", name);
-    return Entry::H225;
+// The value a table column names; an unknown name fails the test.
+template <class T>
+T Named(const std::string& name, std::initializer_list<std::pair<const char*, T>> values) {
+    for (const auto& [key, value] : values)
+        if (name == key)
+            return value;
+    ADD_FAILURE() << "unknown name in the hostile cases table: " << name;
+    return values.begin()->second;
 }
 
 std::string SendH225(TestCall& call, bool fromOriginator, const Bytes& pdu, Bytes& out) {
@@ -68,7 +60,19 @@ const std::vector<HostileCase>& HostileCases() {
     static const std::vector<HostileCase> cases = [] {
         std::vector<HostileCase> all;
         for (const std::vector<std::string>& f : TableRows("hostile/cases.tsv", 8)) {
-            HostileCase c{f[0], HostNamed(f[1]), EntryNamed(f[2]), {}, f[5], f[6], f[7]};
+            HostileCase c{
+                f[0],
+                Named<MediaHost>(f[1], {{"recording", MediaHost::Recording},
+                                        {"no-media-callbacks", MediaHost::NoMediaCallbacks},
+                                        {"answers-ipv6", MediaHost::AnswersIPv6},
+                                        {"vetoes-every-codec", MediaHost::VetoesEveryCodec}}),
+                Named<Entry>(f[2], {{"h225", Entry::H225},
+                                    {"h245", Entry::H245},
+                                    {"header", Entry::HeaderString}}),
+                {},
+                f[5],
+                f[6],
+                f[7]};
             std::istringstream steps(f[3]);
             for (std::string step; steps >> step;)
                 c.steps.push_back({step[0] == 'O', ReadFile(DataFile(step.substr(2))), f[4]});
