@@ -1,10 +1,14 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets with clang (ASan + UBSan) on the hardened flavour of the library
 # and runs each for a bounded time on a scratch copy of its saved corpus, with inputs up to the
-# network's sizes (a TPKT or UDP payload of 65 535 octets plus the targets' record headers). New findings are left in the scratch folder (crash-*, leak-*,
-# timeout-*, oom-*): copy the input into fuzz/corpus/<target>/ once the fault is fixed, so it
-# stays a regression test.
+# network's sizes (a TPKT or UDP payload of 65 535 octets plus the targets' record headers). New
+# findings are left in the scratch folder (crash-*, leak-*, timeout-*, oom-*): copy the input into
+# fuzz/corpus/<target>/ once the fault is fixed, so it stays a regression test.
 # Usage: scripts/fuzz.sh [SECONDS_PER_TARGET] [TARGET...]
+#   SECONDS_PER_TARGET 0: no time bound (use with FUZZ_RUNS).
+#   FUZZ_RUNS=N: each target also stops after N executions (a campaign: FUZZ_RUNS=10000000).
+#   FUZZ_RESUME=1: start from the scratch corpus the last run of the target left, so that a long
+#   campaign can run in parts on unchanged code.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$(pwd)
@@ -28,12 +32,14 @@ fi
 status=0
 for target in "${targets[@]}"; do
   work="$out/run/$target"
-  rm -rf "$work"
-  mkdir -p "$work/corpus" "$work/findings"
-  cp -r "fuzz/corpus/$target/." "$work/corpus/" 2>/dev/null || true
-  echo "== fuzz_$target for ${seconds}s"
+  if [ "${FUZZ_RESUME:-0}" != 1 ] || [ ! -d "$work/corpus" ]; then
+    rm -rf "$work"
+    mkdir -p "$work/corpus" "$work/findings"
+    cp -r "fuzz/corpus/$target/." "$work/corpus/" 2>/dev/null || true
+  fi
+  echo "== fuzz_$target for ${seconds}s${FUZZ_RUNS:+ or $FUZZ_RUNS executions}"
   if ! (cd "$work/findings" && "$out/fuzz/fuzz_$target" -max_total_time="$seconds" \
-        -timeout=10 -rss_limit_mb=2048 -max_len=65540 -print_final_stats=1 \
+        -runs="${FUZZ_RUNS:--1}" -timeout=10 -rss_limit_mb=2048 -max_len=65540 -print_final_stats=1 \
         ${FUZZ_DICT_ARGS:-} "$work/corpus" >"$work/log.txt" 2>&1); then
     echo "fuzz_$target found a fault:"
     tail -n 60 "$work/log.txt"
