@@ -37,7 +37,16 @@ for target in "${targets[@]}"; do
     mkdir -p "$work/corpus" "$work/findings"
     cp -r "fuzz/corpus/$target/." "$work/corpus/" 2>/dev/null || true
   fi
-  echo "== fuzz_$target for ${seconds}s${FUZZ_RUNS:+ or $FUZZ_RUNS executions}"
+  bounds=()
+  [ "$seconds" != 0 ] && bounds+=("${seconds}s")
+  [ -n "${FUZZ_RUNS:-}" ] && bounds+=("$FUZZ_RUNS executions")
+  bound=$(printf '%s or ' "${bounds[@]}")
+  bound=${bound% or }
+  if [ -n "$bound" ]; then
+    echo "== fuzz_$target for $bound"
+  else
+    echo "== fuzz_$target with no bound (stop it with Ctrl-C)"
+  fi
   if ! (cd "$work/findings" && "$out/fuzz/fuzz_$target" -max_total_time="$seconds" \
         -runs="${FUZZ_RUNS:--1}" -timeout=10 -rss_limit_mb=2048 -max_len=65540 -print_final_stats=1 \
         ${FUZZ_DICT_ARGS:-} "$work/corpus" >"$work/log.txt" 2>&1); then
