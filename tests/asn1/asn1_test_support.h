@@ -32,11 +32,16 @@ inline std::string encodeHex(const AbstractData& value, bool aligned = true) {
 }
 
 // Decodes from an exactly sized heap copy, so that a read past the end is seen by ASan.
-inline bool decodeBytes(const OctetBuffer& bytes, AbstractData& value, bool aligned = true) {
+// canonical, when given, says whether the decoder vouched that the input is the value's encoding.
+inline bool decodeBytes(const OctetBuffer& bytes, AbstractData& value, bool aligned = true,
+                        bool* canonical = nullptr) {
     std::unique_ptr<char[]> exact(new char[bytes.size()]);
     std::copy(bytes.begin(), bytes.end(), exact.get());
     PERDecoder decoder(exact.get(), exact.get() + bytes.size(), nullptr, aligned);
-    return value.accept(decoder);
+    const bool ok = value.accept(decoder);
+    if (canonical != nullptr)
+        *canonical = ok && decoder.endsCanonically();
+    return ok;
 }
 
 inline bool decodeHex(const std::string& hex, AbstractData& value) {

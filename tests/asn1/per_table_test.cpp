@@ -31,6 +31,7 @@ OctetBuffer Octets(const std::string& text) {
 struct Outcome {
     std::string value = "FAIL"; // value notation, line ends written as \n
     std::string octets;         // the value encoded again
+    bool canonical = false;     // the decoder vouched that the input is that encoding
 };
 
 // The codec's primitives on their own: "length (L..U)", "whole (L..U)" and "small".
@@ -60,6 +61,7 @@ bool DecodePrimitive(const std::string& type, bool aligned, bool encode, const O
     if (ok) {
         outcome.value = std::to_string(value);
         outcome.octets = Hex(out);
+        outcome.canonical = decoder.endsCanonically();
     }
     return kind == "length" || kind == "whole" || kind == "small";
 }
@@ -84,7 +86,7 @@ TEST(PerTable, EveryRowDecodesPrintsAndEncodesAsListed) {
             const void* info = TypeNamed(type);
             ASSERT_NE(nullptr, info) << where << ": no such type";
             std::unique_ptr<AbstractData> value(AbstractData::create(info));
-            if (decodeBytes(in, *value, aligned)) {
+            if (decodeBytes(in, *value, aligned, &got.canonical)) {
                 got.value = Escaped(value->asValueNotation());
                 got.octets = encode ? encodeHex(*value, aligned) : "";
             }
@@ -94,6 +96,10 @@ TEST(PerTable, EveryRowDecodesPrintsAndEncodesAsListed) {
         }
         if (cells[2] != "FAIL" && encode) {
             EXPECT_EQ(Hex(cells[3] == "=" ? in : Octets(cells[3])), got.octets) << where;
+        }
+        // The decoder vouches for exactly the aligned inputs that come back unchanged.
+        if (aligned && encode && got.value != "FAIL") {
+            EXPECT_EQ(got.octets == Hex(in), got.canonical) << where;
         }
     }
     EXPECT_GT(rows.size(), 100u);

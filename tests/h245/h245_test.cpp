@@ -203,6 +203,18 @@ TEST_F(H245Test, FastStartCorners) {
     t.Note("> offer, the host refusing: " +
            std::to_string(refused.FastStartProcedure().TranslateFastStartRequest(third)));
     NoteList("offer kept", third);
+
+    // An element is rewritten where it lies only when its octets are its value's encoding; with
+    // an octet after the value it goes out encoded again, without that octet.
+    host().failOpenRTP = false;
+    H225TranslatorContext trailing{TestHost::this_call(), {}, {}, {}, {}};
+    OctetStringList fourth;
+    fourth.push_back(Element("offer 1"));
+    fourth.push_back(Element("offer 1"));
+    fourth[1].push_back('\0');
+    t.Note("> offer, the second element with an octet after it: " +
+           std::to_string(trailing.FastStartProcedure().TranslateFastStartRequest(fourth)));
+    t.Note("elements sent: " + Hex(fourth[0]) + " " + Hex(fourth[1]));
     ExpectGolden("h245/fast-start-corners.txt", t.str());
 }
 

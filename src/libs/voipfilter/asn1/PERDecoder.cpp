@@ -10,10 +10,85 @@ namespace ASN1 {
 namespace {
 // The upper bound that stands for "no upper bound" in length and number primitives.
 constexpr unsigned kUnconstrained = 0x7FFFFFFF;
+
+// The octets PEREncoder gives a normally small number above 63.
+unsigned SmallNumberOctets(unsigned value) {
+    return value < 256 ? 1 : value < 65536 ? 2 : value <= 0xFFFFFF ? 3 : 4;
+}
 } // namespace
 
-void PERDecoder::byteAlign() {
+const LeafPositions::Entry* LeafPositions::find(const AbstractData& leaf) const {
+    for (unsigned i = 0; i < count; ++i)
+        if (entries[i].leaf == &leaf)
+            return &entries[i];
+    return nullptr;
+}
+
+namespace {
+
+bool WriteString(const LeafPositions::Entry& entry, const OCTET_STRING& leaf, char* input) {
+    if (entry.octets != leaf.size())
+        return false;
+    std::memcpy(input + entry.offset, leaf.data(), entry.octets);
+    return true;
+}
+
+bool WriteNumber(const LeafPositions::Entry& entry, const INTEGER& leaf, char* input) {
+    const unsigned value = static_cast<unsigned>(leaf.getValue());
+    const unsigned lower = static_cast<unsigned>(leaf.getLowerLimit());
+    if (leaf.extendable() && leaf.outsideRoot(value))
+        return false;
+    // The code is the offset from the lower bound, in one octet or two, most significant first.
+    const unsigned offset = value - lower;
+    if (offset > leaf.getUpperLimit() - lower || (entry.octets == 1 && offset > 0xFF))
+        return false;
+    char* out = input + entry.offset;
+    if (entry.octets == 2)
+        *out++ = static_cast<char>(offset >> 8);
+    *out = static_cast<char>(offset & 0xFF);
+    return true;
+}
+
+} // namespace
+
+bool OverwriteLeaf(const LeafPositions& positions, const OCTET_STRING& leaf, char* input) {
+    const LeafPositions::Entry* entry = positions.find(leaf);
+    return entry != nullptr && WriteString(*entry, leaf, input);
+}
+
+bool OverwriteLeaf(const LeafPositions& positions, const INTEGER& leaf, char* input) {
+    const LeafPositions::Entry* entry = positions.find(leaf);
+    return entry != nullptr && WriteNumber(*entry, leaf, input);
+}
+
+bool OverwriteLeaves(const LeafPositions& positions, char* input) {
+    if (!positions.complete())
+        return false;
+    for (const LeafPositions::Entry& entry : positions) {
+        const bool written =
+            entry.octets <= 2
+                ? WriteNumber(entry, *static_cast<const INTEGER*>(entry.leaf), input)
+                : WriteString(entry, *static_cast<const OCTET_STRING*>(entry.leaf), input);
+        if (!written)
+            return false;
+    }
+    return true;
+}
+
+bool PERDecoder::endsCanonically() const {
+    if (!canonicalFlag)
+        return false;
+    if (bitOffset == 8)
+        return beginPosition == endPosition;
+    return beginPosition + 1 == endPosition &&
+           (static_cast<unsigned char>(*beginPosition) & ((1u << bitOffset) - 1)) == 0;
+}
+
+// The bits skipped to reach the octet boundary are padding, which the encoder writes as zeros.
+[[gnu::always_inline]] inline void PERDecoder::byteAlign() {
     if (bitOffset != 8) {
+        if ((static_cast<unsigned char>(*beginPosition) & ((1u << bitOffset) - 1)) != 0)
+            notCanonical();
         bitOffset = 8;
         ++beginPosition;
     }
@@ -32,9 +107,12 @@ void PERDecoder::rollback(memento_type m) {
 }
 
 // A read past the end yields 0 without a failure signal; the caller's next read fails instead.
-bool PERDecoder::decodeSingleBit() {
-    if (getBitsLeft() == 0)
+// The encoder would have written that bit, so the input is not canonical.
+[[gnu::always_inline]] inline bool PERDecoder::decodeSingleBit() {
+    if (getBitsLeft() == 0) {
+        notCanonical();
         return false;
+    }
     --bitOffset;
     const bool bit = ((static_cast<unsigned char>(*beginPosition) >> bitOffset) & 1) != 0;
     if (bitOffset == 0)
@@ -42,7 +120,7 @@ bool PERDecoder::decodeSingleBit() {
     return bit;
 }
 
-bool PERDecoder::decodeMultiBit(unsigned nBits, unsigned& value) {
+[[gnu::always_inline]] inline bool PERDecoder::decodeMultiBit(unsigned nBits, unsigned& value) {
     if (nBits > 32 || nBits > getBitsLeft())
         return false;
     if (nBits == 0) {
@@ -77,7 +155,11 @@ bool PERDecoder::decodeSmallUnsigned(unsigned& value) {
     if (decodeLength(0, kUnconstrained, length) != 0 || length > 4)
         return false;
     byteAlign();
-    return decodeMultiBit(length * 8, value);
+    if (!decodeMultiBit(length * 8, value))
+        return false;
+    if (value <= 63 || length != SmallNumberOctets(value))
+        notCanonical();
+    return true;
 }
 
 // X.691 10.5: constrained whole number.
@@ -90,21 +172,28 @@ int PERDecoder::decodeUnsigned(unsigned lower, unsigned upper, unsigned& value) 
         return -1;
     const unsigned range = upper - lower + 1; // 0 when the range is the whole 32-bit space
     unsigned nBits = CountBits(range);
-    if (alignedFlag && (range == 0 || range > 255)) {
-        if (nBits > 16) {
-            // X.691 10.5.7.4: octet count as a constrained length, then the octets.
-            unsigned octets;
-            if (decodeLength(1, (nBits + 7) / 8, octets) != 0)
-                return -1;
-            nBits = octets * 8;
-        } else if (nBits > 8) {
-            nBits = 16; // X.691 10.5.7.3: two aligned octets
+    unsigned bits = 0;
+    if (alignedFlag && nBits > 16) {
+        // X.691 10.5.7.4: octet count as a constrained length, then the octets.
+        unsigned octets;
+        if (decodeLength(1, (nBits + 7) / 8, octets) != 0)
+            return -1;
+        byteAlign();
+        if (!decodeMultiBit(octets * 8, bits))
+            return -1;
+        if (octets != (bits == 0 ? 1 : (CountBits(bits + 1) + 7) / 8))
+            notCanonical(); // more octets than the number needs
+    } else {
+        if (alignedFlag && range > 255) {
+            if (nBits > 8)
+                nBits = 16; // X.691 10.5.7.3: two aligned octets
+            byteAlign();    // X.691 10.5.7.2: a range of 256 takes one aligned octet
         }
-        byteAlign(); // X.691 10.5.7.2: a range of 256 takes one aligned octet
+        if (!decodeMultiBit(nBits, bits))
+            return -1;
     }
-    unsigned bits;
-    if (!decodeMultiBit(nBits, bits))
-        return -1;
+    if (bits > upper - lower) // past the upper bound: the encoder refuses to write it
+        notCanonical();
     value = bits + lower;
     return 0;
 }
@@ -128,26 +217,36 @@ int PERDecoder::decodeLength(unsigned lower, unsigned upper, unsigned& length) {
     if (!decodeSingleBit()) { // X.691 10.9.3.6: 0xxxxxxx, lengths 0..127
         if (!decodeMultiBit(7, bits))
             return -1;
-        length = bits;
-        return 0;
-    }
-    if (!decodeSingleBit()) { // X.691 10.9.3.7: 10xxxxxx xxxxxxxx, lengths up to 16383
+    } else if (!decodeSingleBit()) { // X.691 10.9.3.7: 10xxxxxx xxxxxxxx, lengths up to 16383
         if (!decodeMultiBit(14, bits))
             return -1;
-        length = bits;
-        return 0;
+        // Shorter lengths go in one octet, and the encoder writes none of 8192 or more.
+        if (bits < 128 || bits >= 8192)
+            notCanonical();
+    } else {
+        // Deliberately not X.691 10.9.3.8: fragmented lengths (11xxxxxx) are refused.
+        return -1;
     }
-    // Deliberately not X.691 10.9.3.8: fragmented lengths (11xxxxxx) are refused.
-    return -1;
+    if (bits < lower || bits > upper)
+        notCanonical(); // outside its bounds: the encoder refuses to write it
+    length = bits;
+    return 0;
 }
 
 int PERDecoder::decodeConstrainedLength(ConstrainedObject& object, unsigned& length) {
     const ConstraintType type = object.getConstraintType();
     if (type == ExtendableConstraint) {
-        if (decodeSingleBit()) // X.691 10.9.3.3 / 16.6: outside the root, length unconstrained
-            return decodeLength(0, kUnconstrained, length);
+        if (decodeSingleBit()) { // X.691 10.9.3.3 / 16.6: outside the root, length unconstrained
+            if (decodeLength(0, kUnconstrained, length) != 0)
+                return -1;
+            if (!object.outsideRoot(length))
+                notCanonical();
+            return 0;
+        }
     } else if (type == Unconstrained) {
         return decodeLength(0, kUnconstrained, length);
+    } else if (type == PartiallyConstrained) {
+        notCanonical(); // the encoder writes such a size unconstrained
     }
     // A lower-bound-only constraint is read as if its upper bound meant something; the modules use
     // none for sizes.
@@ -192,6 +291,12 @@ bool PERDecoder::decodeNested(AbstractData& value) {
     const bool ok = value.accept(*this);
     --depth;
     return ok;
+}
+
+void PERDecoder::closeOpenType(const char* start, const char* end) {
+    byteAlign();
+    if (beginPosition == start ? end != start + 1 || *start != 0 : beginPosition != end)
+        notCanonical();
 }
 
 template <class Bytes> bool PERDecoder::decodeOctets(Bytes& bytes, unsigned length) {
@@ -243,6 +348,8 @@ bool PERDecoder::decodeChoicePreamle(CHOICE& choice, memento_type& memento) {
         if (decodeLength(0, kUnconstrained, length) != 0)
             return false;
         const unsigned available = static_cast<unsigned>(endPosition - beginPosition);
+        if (length > available)
+            notCanonical();
         memento.position = length < available ? beginPosition + length : endPosition;
         memento.bitOffset = 8;
         // Deliberately not X.691 23.9: an unknown extension alternative is not skipped; select
@@ -282,20 +389,45 @@ bool PERDecoder::do_visit(INTEGER& value) {
         if (type == Unconstrained && length > 0 && length < 4 && (bits >> (length * 8 - 1)) != 0)
             bits |= ~0u << (length * 8);
         value = static_cast<int>(bits);
+        // The encoder's octet count for this value (see PEREncoder's INTEGER).
+        const int v = static_cast<int>(bits);
+        const unsigned significant = bits == 0 ? 1
+                                     : v < 0   ? CountBits(0u - bits)
+                                               : CountBits(bits + 1) + 1;
+        if (length != (significant + 7) / 8 || (extended && !value.outsideRoot(bits)))
+            notCanonical();
         return true;
     }
     const int lower = value.getLowerLimit();
     const unsigned upper = value.getUpperLimit();
+    if (static_cast<unsigned>(lower) == upper) {
+        value = lower;
+        return true;
+    }
     unsigned bits;
-    if (static_cast<unsigned>(lower) != upper &&
-        decodeUnsigned(static_cast<unsigned>(lower), upper, bits) == 0) {
+    if (decodeUnsigned(static_cast<unsigned>(lower), upper, bits) == 0) {
         value = static_cast<int>(bits);
+        if (type == ExtendableConstraint && value.outsideRoot(bits))
+            notCanonical(); // written with the extension bit set
+        const unsigned span = upper - static_cast<unsigned>(lower);
+        if (leaves != nullptr && alignedFlag && span >= 255 && span <= 0xFFFF)
+            leaves->note(value,
+                         static_cast<unsigned>(beginPosition - originPosition) -
+                             (span == 255 ? 1 : 2),
+                         span == 255 ? 1 : 2);
         return true;
     }
     // Deliberately lenient: a constrained INTEGER that cannot be read (truncated input) takes its
     // lower bound and succeeds; the next read fails instead.
+    notCanonical();
     value = lower;
     return true;
+}
+
+// Decoded as the INTEGER it is; the encoder cannot write it, so never canonical.
+bool PERDecoder::do_visit(IntegerWithNamedNumber& value) {
+    notCanonical();
+    return do_visit(static_cast<INTEGER&>(value));
 }
 
 bool PERDecoder::do_visit(ENUMERATED& value) {
@@ -305,10 +437,13 @@ bool PERDecoder::do_visit(ENUMERATED& value) {
         unsigned n;
         unsigned v;
         if (decodeSmallUnsigned(n) && n != 0 && decodeUnsigned(0, n - 1, v) == 0) {
+            if (n != v + 1 || v <= static_cast<unsigned>(value.getMaximum()))
+                notCanonical();
             value.setFromInt(static_cast<int>(v));
             return true;
         }
         // Otherwise fall through and read a root value from where the position stands.
+        notCanonical();
     }
     unsigned v;
     if (decodeUnsigned(0, static_cast<unsigned>(value.getMaximum()), v) != 0)
@@ -329,6 +464,11 @@ bool PERDecoder::do_visit(OBJECT_IDENTIFIER& value) {
         return false;
     const char* contents = beginPosition;
     beginPosition += length;
+    // A subidentifier is written in as few base-128 digits as it needs: none starts with 0x80.
+    for (unsigned i = 0; i < length; ++i)
+        if (static_cast<unsigned char>(contents[i]) == 0x80 &&
+            (i == 0 || (static_cast<unsigned char>(contents[i - 1]) & 0x80) == 0))
+            notCanonical();
     return value.decodeCommon(contents, length);
 }
 
@@ -336,7 +476,11 @@ bool PERDecoder::do_visit(OCTET_STRING& value) {
     unsigned length;
     if (decodeConstrainedLength(value, length) != 0 || length > MaximumStringSize)
         return false;
-    return decodeOctets(value, length);
+    if (!decodeOctets(value, length))
+        return false;
+    if (leaves != nullptr && length > 2) // the longer strings are aligned (see decodeOctets)
+        leaves->note(value, static_cast<unsigned>(beginPosition - originPosition) - length, length);
+    return true;
 }
 
 bool PERDecoder::do_visit(BIT_STRING& value) {
@@ -422,11 +566,14 @@ bool PERDecoder::do_visit(CHOICE& value) {
     memento_type memento = {nullptr, 8};
     if (!decodeChoicePreamle(value, memento))
         return false;
+    const char* contents = beginPosition;
     if (!value.isUnknownSelection()) {
         AbstractData* selection = value.getSelection();
         if (selection == nullptr || !decodeNested(*selection))
             return false;
     }
+    if (memento.position != nullptr)
+        closeOpenType(contents, memento.position);
     rollback(memento);
     return true;
 }
@@ -451,8 +598,10 @@ bool PERDecoder::do_visit(SEQUENCE_OF_Base& value) {
     return true;
 }
 
-// X.691 10.2: an open type of unknown content is kept as its octets.
+// X.691 10.2: an open type of unknown content is kept as its octets. The encoder writes only a
+// decoded value, never kept octets, so this is not canonical.
 bool PERDecoder::do_visit(OpenData& value) {
+    notCanonical();
     unsigned length;
     if (decodeLength(0, kUnconstrained, length) != 0 || length > MaximumStringSize)
         return false;
@@ -481,9 +630,13 @@ bool PERDecoder::do_visit(TypeConstrainedOpenData& value) {
         return false;
     const unsigned available = static_cast<unsigned>(endPosition - beginPosition);
     const char* end = length < available ? beginPosition + length : endPosition;
+    if (length > available)
+        notCanonical();
     // The contained value is read in place; the position then moves to the end of the open type
     // whatever the inner decode consumed.
+    const char* contents = beginPosition;
     const bool ok = decodeNested(value.get_data());
+    closeOpenType(contents, end);
     setPosition(end);
     return ok;
 }
@@ -508,6 +661,8 @@ int PERDecoder::preVisitExtensionRoots(SEQUENCE& seq) {
     }
     if (!decodeBitMap(seq.optionalMap_.bytes(), seq.optionalMap_.size()))
         return 0;
+    if (!extended && seq.extensionMap_.size() != 0)
+        notCanonical(); // a map kept from before is written with the extension bit set
     return extended ? 3 : 2;
 }
 
@@ -528,7 +683,11 @@ int PERDecoder::preVisitExtensions(SEQUENCE& seq) {
         return 0;
     ++n;
     seq.extensionMap_.resize(n);
-    return decodeBitMap(seq.extensionMap_.bytes(), n) ? 3 : 0;
+    if (!decodeBitMap(seq.extensionMap_.bytes(), n))
+        return 0;
+    if (!seq.extensionMap_.any())
+        notCanonical(); // the encoder sets the extension bit only for a map with a bit set
+    return 3;
 }
 
 int PERDecoder::visitKnownExtension(SEQUENCE& seq, int position, int optionalIndex) {
@@ -539,10 +698,14 @@ int PERDecoder::visitKnownExtension(SEQUENCE& seq, int position, int optionalInd
         return 0;
     const unsigned available = static_cast<unsigned>(endPosition - beginPosition);
     const char* end = length < available ? beginPosition + length : endPosition;
+    if (length > available)
+        notCanonical();
     AbstractData*& field = seq.fields[static_cast<unsigned>(position)];
     if (field == nullptr)
         field = AbstractData::create(seq.info()->fieldInfos[position]);
+    const char* contents = beginPosition;
     const bool ok = field != nullptr && decodeNested(*field);
+    closeOpenType(contents, end);
     setPosition(end);
     return ok ? 3 : 0;
 }
@@ -554,6 +717,7 @@ bool PERDecoder::visitUnknownExtensions(SEQUENCE& seq) {
     for (unsigned k = seq.getKnownExtensions(); k < map.size(); ++k) {
         if (!map[k])
             continue;
+        notCanonical(); // the encoder writes no unknown addition back
         unsigned length;
         if (decodeLength(0, kUnconstrained, length) != 0)
             return false;

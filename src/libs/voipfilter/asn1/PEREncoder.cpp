@@ -176,10 +176,7 @@ bool PEREncoder::encodeUnsigned(unsigned value, unsigned lower, unsigned upper) 
 bool PEREncoder::encodeConstraint(const ConstrainedObject& object, unsigned value) {
     if (!object.extendable())
         return object.getConstraintType() != FixedConstraint;
-    const int lower = object.getLowerLimit();
-    const bool outside =
-        value > object.getUpperLimit() ||
-        (lower < 0 ? static_cast<int>(value) < lower : value < static_cast<unsigned>(lower));
+    const bool outside = object.outsideRoot(value);
     encodeSingleBit(outside);
     return outside;
 }

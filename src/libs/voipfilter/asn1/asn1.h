@@ -240,6 +240,13 @@ public:
     unsigned getUpperLimit() const { return constraintInfo()->upperLimit; }
     bool constrained() const { return getConstraintType() != Unconstrained; }
     bool extendable() const { return getConstraintType() == ExtendableConstraint; }
+    // Whether an extendable constraint's extension bit is set for value (a number, or a size).
+    // The comparison with the upper bound is unsigned, so a negative number counts as outside.
+    bool outsideRoot(unsigned value) const {
+        const int lower = getLowerLimit();
+        return value > getUpperLimit() ||
+               (lower < 0 ? static_cast<int>(value) < lower : value < static_cast<unsigned>(lower));
+    }
 
 protected:
     explicit ConstrainedObject(const void* info) : AbstractData(info) {}

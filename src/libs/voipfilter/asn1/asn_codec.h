@@ -21,6 +21,47 @@ template <class T> int ASNDecode(const unsigned char* data, unsigned length, T& 
     return value.accept(decoder) ? 1 : -2;
 }
 
+// As ASNDecode, noting where the value's fixed-width leaves lie in the data; canonical says
+// whether the data is the decoded value's own encoding (see PERDecoder::endsCanonically).
+template <class T>
+int ASNDecode(const unsigned char* data, unsigned length, T& value, LeafPositions& positions,
+              bool& canonical) {
+    canonical = false;
+    positions.clear();
+    if (data == nullptr)
+        return -1;
+    const char* begin = reinterpret_cast<const char*>(data);
+    PERDecoder decoder(begin, begin + length, nullptr, true);
+    decoder.noteLeaves(&positions);
+    if (!value.accept(decoder))
+        return -2;
+    canonical = decoder.endsCanonically();
+    return 1;
+}
+
+template <class T>
+int ASNDecode(const OCTET_STRING& octets, T& value, LeafPositions& positions, bool& canonical) {
+    return ASNDecode(reinterpret_cast<const unsigned char*>(octets.data()),
+                     static_cast<unsigned>(octets.size()), value, positions, canonical);
+}
+
+// A rewrite in place (see LeafPositions) stands for an encoding of value. Builds configured with
+// VOIPFILTER_VERIFY_IN_PLACE (the sanitizer test build and the fuzz targets) encode value as well
+// and stop at the first difference; other builds take the rewrite on trust.
+template <class T>
+void VerifyRewrittenInPlace([[maybe_unused]] const T& value, [[maybe_unused]] const void* octets,
+                            [[maybe_unused]] std::size_t size) {
+#ifdef VOIPFILTER_VERIFY_IN_PLACE
+    OctetBuffer encoded;
+    PEREncoder encoder(encoded, true);
+    value.accept(encoder);
+    encoder.finish();
+    const bool sameAsEncoding =
+        encoded.size() == size && std::memcmp(encoded.data(), octets, size) == 0;
+    ASN1_ASSERT(sameAsEncoding);
+#endif
+}
+
 // @return 1 encoded (*size set to the length), -1 null argument or a buffer shorter than the
 // encoding (buffer and *size untouched). A value that fails half-way is still copied out as far
 // as it was written (the hardened flavour refuses it instead: encodingIncomplete).

@@ -4,6 +4,7 @@
 
 #include "asn1/asn_codec.h"
 #include "h225/q931.h"
+#include "h225/transport_address.h"
 #include "host/entry_guard.h"
 #include "host/registry.h"
 #include "host/sockaddr.h"
@@ -54,7 +55,9 @@ void H225TranslatorContext::ClearUserInformation() {
 
 int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int length) {
     keptElements_.clear();
+    keptSize_ = 0;
     modified_ = false;
+    inPlace_ = false;
     VF_LOG(HostContext(), logsource::kH225, 5) << "H.225\t Decoding the PDU ";
 
     // The PER decoder fills a value in place and keeps what an encoding does not mention (the
@@ -72,12 +75,15 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
     // when there are several) carries the PER payload. The kept elements are measured first so
     // that they take one block.
     unsigned int keptSize = 0;
+    unsigned int userUserSize = 0;
     q931::WalkElements(pdu, length, [&](const q931::Element& element) {
         if (element.identifier != q931::kUserUserElement)
             keptSize += element.size;
+        else
+            userUserSize = element.contents;
         return true;
     });
-    keptElements_.reserve(keptSize);
+    keptElements_.reserve(keptSize + userUserSize);
     const unsigned char* payload = nullptr;
     unsigned int payloadLength = 0;
     const bool complete = q931::WalkElements(pdu, length, [&](const q931::Element& element) {
@@ -100,17 +106,46 @@ int H225TranslatorContext::DecodeH225(const unsigned char* pdu, unsigned int len
 
     if (payload == nullptr || payloadLength == 0)
         return -1;
-    const int result = ASN1::ASNDecode(payload, payloadLength, userInformation_);
+    keptSize_ = static_cast<unsigned int>(keptElements_.size());
+    bool canonical = false;
+    const int result =
+        ASN1::ASNDecode(payload, payloadLength, userInformation_, positions_, canonical);
     // A failed decode leaves no half-filled message for a later translate call to act on.
-    if (result != 1)
+    if (result != 1) {
         ClearUserInformation();
+        return result;
+    }
+    inPlace_ = canonical && positions_.complete();
+    if (inPlace_)
+        keptElements_.insert(keptElements_.end(), payload, payload + payloadLength);
     return result;
 }
 
 void H225TranslatorContext::ForgetPDU() {
     keptElements_.clear();
+    keptSize_ = 0;
     modified_ = false;
+    inPlace_ = false;
     ClearUserInformation();
+}
+
+void H225TranslatorContext::WriteTransportAddress(const sockaddr_type& address,
+                                                  H323_MESSAGES::TransportAddress& field) {
+    if (!KeepsEncodingShape(address, field))
+        inPlace_ = false;
+    EncodeH225TransportAddress(address, field);
+}
+
+bool H225TranslatorContext::RewriteInPlace(unsigned char* out, unsigned int* length) const {
+    const unsigned int size = static_cast<unsigned int>(keptElements_.size()) - keptSize_;
+    if (!inPlace_ || size > *length)
+        return false;
+    std::memcpy(out, keptElements_.data() + keptSize_, size);
+    if (!ASN1::OverwriteLeaves(positions_, reinterpret_cast<char*>(out)))
+        return false;
+    ASN1::VerifyRewrittenInPlace(userInformation_, out, size);
+    *length = size;
+    return true;
 }
 
 int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* length) {
@@ -122,7 +157,7 @@ int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* lengt
     const unsigned int size = *length;
     std::memcpy(buffer, q931Header_, q931::kHeaderSize);
     unsigned int used = q931::kHeaderSize;
-    const unsigned int keptSize = static_cast<unsigned int>(keptElements_.size());
+    const unsigned int keptSize = keptSize_;
     if (size - used < keptSize)
         return -1;
     if (keptSize != 0)
@@ -131,7 +166,9 @@ int H225TranslatorContext::EncodeH225(unsigned char* buffer, unsigned int* lengt
     if (size - used < q931::kUserUserHeaderSize)
         return -1;
     unsigned int encoded = size - used - q931::kUserUserHeaderSize;
-    if (ASN1::ASNEncode(userInformation_, buffer + used + q931::kUserUserHeaderSize, &encoded) != 1)
+    unsigned char* const payload = buffer + used + q931::kUserUserHeaderSize;
+    if (!RewriteInPlace(payload, &encoded) &&
+        ASN1::ASNEncode(userInformation_, payload, &encoded) != 1)
         return -1;
     // The element length counts the discriminator octet; it has to fit the 16-bit field.
     if (encoded + 1 > 0xFFFFu)

@@ -79,6 +79,14 @@ private:
 
     // Replaces the decoded message by a fresh, empty one.
     void ClearUserInformation();
+    // Writes an address into a transport address of the decoded message. Only an IPv4 address
+    // written over an IPv4 one keeps the shape of the message's encoding (see inPlace_).
+    void WriteTransportAddress(const sockaddr_type& address,
+                               H323_MESSAGES::TransportAddress& field);
+    // The user information as received with every noted leaf's present code written over it,
+    // into out (room for *length octets): what encoding it would give, when inPlace_ holds.
+    // False when it cannot be done.
+    bool RewriteInPlace(unsigned char* out, unsigned int* length) const;
     const char* getHeaderSetup(H323_MESSAGES::Setup_UUIE& setup, int selector);
     int setVendor(H323_MESSAGES::VendorIdentifier& vendor, char* value);
     // The call signalling address fields of SETUP, checked against the host's and rewritten.
@@ -99,9 +107,19 @@ private:
     // Q.931 frame of the PDU decoded last.
     unsigned char q931Header_[q931::kHeaderSize];
     unsigned char userUserDiscriminator_ = 0;
-    std::vector<unsigned char> keptElements_; // every element but user-user, back to back
+    // Every element but user-user, back to back (the first keptSize_ octets); after them the
+    // user information as received, when it may be rewritten in place.
+    std::vector<unsigned char> keptElements_;
+    unsigned int keptSize_ = 0;
     H323_MESSAGES::H323_UserInformation userInformation_;
     bool modified_ = false;
+    // The translation changes fixed-width fields of the user information, and nearly always only
+    // those (addresses, ports, fast start elements rewritten in place). While the received octets
+    // are the message's own encoding and nothing else has changed, the rewritten message is those
+    // octets with the noted leaves written over them; any other change clears inPlace_ and the
+    // message is encoded.
+    ASN1::LeafPositions positions_;
+    bool inPlace_ = false;
 
     unsigned char callIdentifier_[16];
     std::string headerString_; // the text the last getHeaderStringH225 returned

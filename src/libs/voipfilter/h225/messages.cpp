@@ -95,6 +95,7 @@ int H225TranslatorContext::TranslateSetup(bool fromOriginator, H323_UU_PDU& pdu)
     if (setup.parallelH245Control_isPresent()) {
         VF_LOG(HostContext(), logsource::kH225, 2) << "H.225\tRemoving parallelH245Control";
         setup.removeOptionalField(Setup_UUIE::e_parallelH245Control);
+        inPlace_ = false;
     }
     return r;
 }
@@ -114,7 +115,7 @@ inline int H225TranslatorContext::TranslateSetupAddresses(Setup_UUIE& setup) {
                 << "H.225\twarning: srcCallSigAddr in SETUP (" << found
                 << ") does not match address provided by proxy (" << expectedOriginator_ << ")";
         }
-        EncodeH225TransportAddress(announcedOriginator_, setup.ref_sourceCallSignalAddress());
+        WriteTransportAddress(announcedOriginator_, setup.ref_sourceCallSignalAddress());
         r = 1;
     }
     if (setup.destCallSignalAddress_isPresent()) {
@@ -129,14 +130,17 @@ inline int H225TranslatorContext::TranslateSetupAddresses(Setup_UUIE& setup) {
                 << "H.225\twarning: dstCallSigAddr in SETUP (" << found
                 << ") does not match address provided by proxy (" << expectedDestination_ << ")";
         }
-        EncodeH225TransportAddress(announcedDestination_, setup.ref_destCallSignalAddress());
+        WriteTransportAddress(announcedDestination_, setup.ref_destCallSignalAddress());
         r = 1;
     }
     return r;
 }
 
 inline int H225TranslatorContext::TranslateSetupFastStart(OctetStringList& fastStart) {
+    const unsigned offered = fastStart.size();
     const int f = fastStart_.TranslateFastStartRequest(fastStart);
+    if (fastStart.size() != offered)
+        inPlace_ = false; // elements left the list
     if (f > 0 && fastStart.empty()) {
         VF_LOG(HostContext(), logsource::kH225, 2)
             << "H.225\tCall shutdown triggered as all fastStart elements were filtered out";
@@ -297,6 +301,6 @@ int H225TranslatorContext::TranslateH245ChannelRequest(bool fromOriginator,
     }
     if (announcedH245_ == peerH245_)
         return 0;
-    EncodeH225TransportAddress(announcedH245_, h245Address);
+    WriteTransportAddress(announcedH245_, h245Address);
     return 1;
 }

@@ -21,6 +21,10 @@ bool DecodeH225TransportAddress(const H323_MESSAGES::TransportAddress& in, socka
     return false;
 }
 
+bool KeepsEncodingShape(const sockaddr_type& in, const H323_MESSAGES::TransportAddress& out) {
+    return out.ipAddress_isSelected() && (in.family == 0 || in.family == VOIPXLATE_FAMILY_IPV4);
+}
+
 bool EncodeH225TransportAddress(const sockaddr_type& in, H323_MESSAGES::TransportAddress& out) {
     const char* bytes = reinterpret_cast<const char*>(in.addr);
     switch (in.family) {

@@ -13,5 +13,9 @@
 // an IPv6 address read from a PDU is never written back.
 bool DecodeH225TransportAddress(const H323_MESSAGES::TransportAddress& in, sockaddr_type& out);
 bool EncodeH225TransportAddress(const sockaddr_type& in, H323_MESSAGES::TransportAddress& out);
+// Whether EncodeH225TransportAddress(in, out) keeps every node of out and the width of its
+// fields, so that the encoding changes only in the address octets and the port: an IPv4 address
+// written over an ipAddress.
+bool KeepsEncodingShape(const sockaddr_type& in, const H323_MESSAGES::TransportAddress& out);
 
 #endif

@@ -20,8 +20,9 @@ const char* Direction(bool fromOriginator) {
 
 // Writes the addresses the host gave one direction of a session into the channel's parameters
 // (an OpenLogicalChannel's or its Ack's) and logs the translation; what names the message.
+// @return whether the write kept the shape of the message's encoding.
 template <class Parameters>
-void WriteTranslated(void* hostContext, Parameters& parameters,
+bool WriteTranslated(void* hostContext, Parameters& parameters,
                      const voipxlate_mediasessioninformation& session, bool fromOriginator,
                      int sessionID, const char* what) {
     const sockaddr_type& announced = fromOriginator ? session.forwardRTP : session.reverseRTP;
@@ -32,7 +33,9 @@ void WriteTranslated(void* hostContext, Parameters& parameters,
     VF_LOG(hostContext, logsource::kH245, 3)
         << "H.245\t" << Direction(fromOriginator) << ' ' << what << " for session " << sessionID
         << " translated from " << announced << " to " << translatedRTP;
+    const bool shapeKept = HoldsIPv4MediaAddresses(parameters);
     WriteMediaAddresses(parameters, translatedRTP, translatedRTCP);
+    return shapeKept;
 }
 
 } // namespace
@@ -82,6 +85,8 @@ int LogicalChannels::TranslateT120Address(bool fromOriginator,
             return -1;
         }
     }
+    if (!HoldsUnicastIPv4(address))
+        shapeKept_ = false;
     EncodeH245TransportAddress(translated, address);
     return 1;
 }
@@ -133,8 +138,9 @@ int LogicalChannels::TranslateOpenLogicalChannel(bool fromOriginator, OpenLogica
         << session->codecName;
     if (RequestMediaChannel(session, fromOriginator, rtp, rtcp) < 0)
         return -1;
-    WriteTranslated(sessions_.HostContext(), parameters, *session, fromOriginator, sessionID,
-                    "OLC");
+    if (!WriteTranslated(sessions_.HostContext(), parameters, *session, fromOriginator, sessionID,
+                         "OLC"))
+        shapeKept_ = false;
     return 1;
 }
 
@@ -179,7 +185,8 @@ int LogicalChannels::TranslateOpenLogicalChannelAck(bool fromOriginator,
     }
     if (RequestMediaChannel(session, fromOriginator, rtp, rtcp) < 0)
         return -1;
-    WriteTranslated(sessions_.HostContext(), parameters, *session, fromOriginator, sessionID,
-                    "OLC ack");
+    if (!WriteTranslated(sessions_.HostContext(), parameters, *session, fromOriginator, sessionID,
+                         "OLC ack"))
+        shapeKept_ = false;
     return 1;
 }

@@ -33,6 +33,14 @@ public:
     int TranslateOpenLogicalChannelAck(bool fromOriginator,
                                        MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannelAck& ack);
 
+    // Whether every address written since ResetShape kept the shape of the message's encoding:
+    // an IPv4 address over a unicast IPv4 one changes only fixed-width fields, so the message
+    // can be rewritten where it lies (see ASN1::LeafPositions). ShapeChanged records a change
+    // of any other kind made elsewhere.
+    void ResetShape() { shapeKept_ = true; }
+    void ShapeChanged() { shapeKept_ = false; }
+    bool ShapeKept() const { return shapeKept_; }
+
 private:
     // Hands a T.120 separate-stack address to the host and writes the answer back.
     int TranslateT120Address(bool fromOriginator,
@@ -40,6 +48,7 @@ private:
                              const char* offerText);
 
     MediaSessions sessions_;
+    bool shapeKept_ = true;
 };
 
 #endif

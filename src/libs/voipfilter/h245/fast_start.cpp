@@ -44,12 +44,27 @@ FastStartElement ClassifyFastStartElement(OpenLogicalChannel& olc) {
 }
 
 bool FastStart::DecodeElement(const ASN1::OCTET_STRING& element, unsigned number, const char* list,
-                              OpenLogicalChannel& olc) {
-    if (ASN1::ASNDecode(element, olc) >= 0)
-        return true;
-    VF_LOG(channels_.HostContext(), logsource::kH245, 1)
-        << "H.225\tcannot decode fastStart " << list << ' ' << number;
-    return false;
+                              DecodedElement& decoded) {
+    bool canonical = false;
+    if (ASN1::ASNDecode(element, decoded.olc, decoded.positions, canonical) < 0) {
+        VF_LOG(channels_.HostContext(), logsource::kH245, 1)
+            << "H.225\tcannot decode fastStart " << list << ' ' << number;
+        return false;
+    }
+    const FastStartElement shape = ClassifyFastStartElement(decoded.olc);
+    decoded.inPlace =
+        canonical && shape.parameters != nullptr && HoldsIPv4MediaAddresses(*shape.parameters);
+    return true;
+}
+
+void FastStart::WriteBack(DecodedElement& decoded, ASN1::OCTET_STRING& element) {
+    const FastStartElement shape = ClassifyFastStartElement(decoded.olc);
+    if (decoded.inPlace &&
+        OverwriteMediaAddresses(decoded.positions, *shape.parameters, element.data())) {
+        ASN1::VerifyRewrittenInPlace(decoded.olc, element.data(), element.size());
+        return;
+    }
+    ASN1::ASNEncode(decoded.olc, element);
 }
 
 int FastStart::TranslateFastStartRequest(OctetStringList& fastStart) {
@@ -62,8 +77,9 @@ int FastStart::TranslateFastStartRequest(OctetStringList& fastStart) {
     for (unsigned i = 0; i < fastStart.size() && result >= 0; ++i) {
         const unsigned number = i + kFirstElement;
         ASN1::OCTET_STRING& element = fastStart[i];
-        OpenLogicalChannel olc;
-        if (!DecodeElement(element, number, "request", olc)) {
+        DecodedElement decoded;
+        OpenLogicalChannel& olc = decoded.olc;
+        if (!DecodeElement(element, number, "request", decoded)) {
             dropped.push_back(i);
             continue;
         }
@@ -93,7 +109,7 @@ int FastStart::TranslateFastStartRequest(OctetStringList& fastStart) {
             VF_LOG(channels_.HostContext(), logsource::kH245, 2)
                 << "H.245\tfastStart request translated :\n"
                 << olc;
-            ASN1::ASNEncode(olc, element);
+            WriteBack(decoded, element);
             result = 1;
         } else {
             VF_LOG(channels_.HostContext(), logsource::kH245, 2)
@@ -164,8 +180,9 @@ int FastStart::AcceptFastStartReply(bool fromOriginator, OctetStringList& fastSt
         for (unsigned i = 0; i < fastStart.size() && result >= 0; ++i) {
             const unsigned number = i + kFirstElement;
             ASN1::OCTET_STRING& element = fastStart[i];
-            OpenLogicalChannel olc;
-            if (!DecodeElement(element, number, "reply", olc))
+            DecodedElement decoded;
+            OpenLogicalChannel& olc = decoded.olc;
+            if (!DecodeElement(element, number, "reply", decoded))
                 continue;
             VF_LOG(channels_.HostContext(), logsource::kH245, 5)
                 << "H.245\tTranslating fastStart reply\n"
@@ -179,7 +196,7 @@ int FastStart::AcceptFastStartReply(bool fromOriginator, OctetStringList& fastSt
             } else if (r > 0) {
                 VF_LOG(channels_.HostContext(), logsource::kH245, 2)
                     << "H.245\tfastStart reply " << number << " translated";
-                ASN1::ASNEncode(olc, element);
+                WriteBack(decoded, element);
                 result = 1;
             } else {
                 VF_LOG(channels_.HostContext(), logsource::kH245, 2)

@@ -49,10 +49,21 @@ public:
     void RefuseFastStart();
 
 private:
+    // An element decoded for translation. A translation changes only its media addresses, so
+    // when its octets are its own encoding (the decoder vouches for that) and those addresses
+    // are unicast IPv4 already, the translated element is its octets with the new address
+    // octets and ports written over the old: inPlace, and no encoding is needed.
+    struct DecodedElement {
+        MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel olc;
+        ASN1::LeafPositions positions;
+        bool inPlace = false;
+    };
     // Decodes one element of a proposal ("request") or an answer ("reply"); false, after
     // logging, when it is not an OpenLogicalChannel.
     bool DecodeElement(const ASN1::OCTET_STRING& element, unsigned number, const char* list,
-                       MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel& olc);
+                       DecodedElement& decoded);
+    // Writes a translated element back: in place when it can be, else its new encoding.
+    static void WriteBack(DecodedElement& decoded, ASN1::OCTET_STRING& element);
     int TranslateFastStartOpenLogicalChannel(MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel& olc);
     int TranslateFastStartReply(int pass, bool fromOriginator,
                                 MULTIMEDIA_SYSTEM_CONTROL::OpenLogicalChannel& olc);

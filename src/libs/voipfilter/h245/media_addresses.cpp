@@ -49,3 +49,17 @@ bool EncodeH245TransportAddress(const sockaddr_type& in, TransportAddress& out) 
         return false;
     }
 }
+
+bool HoldsUnicastIPv4(const TransportAddress& address) {
+    return address.unicastAddress_isSelected() &&
+           address.get_unicastAddress().iPAddress_isSelected();
+}
+
+bool OverwriteH245TransportAddress(const ASN1::LeafPositions& positions,
+                                   const TransportAddress& address, char* octets) {
+    if (!HoldsUnicastIPv4(address))
+        return false;
+    const auto& ip = address.get_unicastAddress().get_iPAddress();
+    return ASN1::OverwriteLeaf(positions, ip.get_network(), octets) &&
+           ASN1::OverwriteLeaf(positions, ip.get_tsapIdentifier(), octets);
+}

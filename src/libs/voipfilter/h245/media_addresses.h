@@ -3,6 +3,7 @@
 #ifndef VOIPFILTER_H245_MEDIA_ADDRESSES_H
 #define VOIPFILTER_H245_MEDIA_ADDRESSES_H
 
+#include "asn1/PERDecoder.h"
 #include "modules/multimedia_system_control.h"
 
 #include <voipfilter/voipfilter.h>
@@ -52,6 +53,37 @@ void WriteMediaAddresses(Parameters& parameters, const sockaddr_type& rtp,
         EncodeH245TransportAddress(rtp, parameters.ref_mediaChannel());
     if (parameters.mediaControlChannel_isPresent())
         EncodeH245TransportAddress(rtcp, parameters.ref_mediaControlChannel());
+}
+
+// Writing an IPv4 address into a TransportAddress that holds a unicast IPv4 address already keeps
+// every node of it (the selections stay) and the width of every field, so the new encoding
+// differs from the old only in the address octets and the port. OverwriteH245TransportAddress
+// writes those over the octets the address was decoded from (see ASN1::LeafPositions); false when
+// the address is of another kind or its fields were not noted.
+bool HoldsUnicastIPv4(const MULTIMEDIA_SYSTEM_CONTROL::TransportAddress& address);
+bool OverwriteH245TransportAddress(const ASN1::LeafPositions& positions,
+                                   const MULTIMEDIA_SYSTEM_CONTROL::TransportAddress& address,
+                                   char* octets);
+
+// Whether every media address the parameters carry is a unicast IPv4 one, so that writing IPv4
+// addresses with WriteMediaAddresses keeps the shape of their encoding. To be asked before the
+// write: an address of another kind is replaced by new nodes.
+template <class Parameters> bool HoldsIPv4MediaAddresses(const Parameters& parameters) {
+    return (!parameters.mediaChannel_isPresent() ||
+            HoldsUnicastIPv4(parameters.get_mediaChannel())) &&
+           (!parameters.mediaControlChannel_isPresent() ||
+            HoldsUnicastIPv4(parameters.get_mediaControlChannel()));
+}
+
+// After WriteMediaAddresses on parameters that HoldsIPv4MediaAddresses approved: writes the
+// addresses over the octets they were decoded from. False when one cannot be.
+template <class Parameters>
+bool OverwriteMediaAddresses(const ASN1::LeafPositions& positions, const Parameters& parameters,
+                             char* octets) {
+    return (!parameters.mediaChannel_isPresent() ||
+            OverwriteH245TransportAddress(positions, parameters.get_mediaChannel(), octets)) &&
+           (!parameters.mediaControlChannel_isPresent() ||
+            OverwriteH245TransportAddress(positions, parameters.get_mediaControlChannel(), octets));
 }
 
 #endif

@@ -6,6 +6,8 @@
 #include "h245/capabilities.h"
 #include "host/registry.h"
 
+#include <cstring>
+
 using namespace MULTIMEDIA_SYSTEM_CONTROL;
 
 namespace {
@@ -16,19 +18,40 @@ const char* CallSide(bool fromOriginator) {
 
 } // namespace
 
+bool H245Session::RewriteInPlace(const MultimediaSystemControlMessage& message, bool canonical,
+                                 const ASN1::LeafPositions& positions, const void* source,
+                                 void* octets, unsigned int size) const {
+    if (!canonical || !channels_.ShapeKept() || !positions.complete())
+        return false;
+    if (source != octets)
+        std::memmove(octets, source, size);
+    // With the shape kept every noted leaf keeps its width, so none is refused here.
+    if (!ASN1::OverwriteLeaves(positions, static_cast<char*>(octets)))
+        return false;
+    ASN1::VerifyRewrittenInPlace(message, octets, size);
+    return true;
+}
+
 int H245Session::TranslateH245(bool fromOriginator, const unsigned char* input, unsigned int length,
                                unsigned char* output, unsigned int* outputLength) {
     MultimediaSystemControlMessage message;
-    const int decoded = ASN1::ASNDecode(input, length, message);
+    ASN1::LeafPositions positions;
+    bool canonical = false;
+    const int decoded = ASN1::ASNDecode(input, length, message, positions, canonical);
     if (decoded < 0) {
         VF_LOG(channels_.HostContext(), logsource::kH245, 1)
             << "H.245\tcannot decode H.245 element";
         return decoded;
     }
     const int result = TranslateH245(fromOriginator, message);
-    if (result > 0)
-        return ASN1::ASNEncode(message, output, outputLength);
-    return result;
+    if (result <= 0)
+        return result;
+    if (output != nullptr && outputLength != nullptr && length <= *outputLength &&
+        RewriteInPlace(message, canonical, positions, input, output, length)) {
+        *outputLength = length;
+        return 1;
+    }
+    return ASN1::ASNEncode(message, output, outputLength);
 }
 
 int H245Session::TranslateTunnelledH245(bool fromOriginator, OctetStringList& h245Control) {
@@ -36,7 +59,9 @@ int H245Session::TranslateTunnelledH245(bool fromOriginator, OctetStringList& h2
     for (unsigned i = 0; i < h245Control.size(); ++i) {
         ASN1::OCTET_STRING& element = h245Control[i];
         MultimediaSystemControlMessage message;
-        if (ASN1::ASNDecode(element, message) < 0) {
+        ASN1::LeafPositions positions;
+        bool canonical = false;
+        if (ASN1::ASNDecode(element, message, positions, canonical) < 0) {
             VF_LOG(channels_.HostContext(), logsource::kH245, 1)
                 << "H.245\tcannot decode H.245 element";
             continue;
@@ -51,7 +76,9 @@ int H245Session::TranslateTunnelledH245(bool fromOriginator, OctetStringList& h2
         } else {
             VF_LOG(channels_.HostContext(), logsource::kH245, 2)
                 << "H.245\tTranslating H.245 element";
-            ASN1::ASNEncode(message, element);
+            if (!RewriteInPlace(message, canonical, positions, element.data(), element.data(),
+                                static_cast<unsigned int>(element.size())))
+                ASN1::ASNEncode(message, element);
             changed = 1;
         }
     }
@@ -59,6 +86,7 @@ int H245Session::TranslateTunnelledH245(bool fromOriginator, OctetStringList& h2
 }
 
 int H245Session::TranslateH245(bool fromOriginator, MultimediaSystemControlMessage& message) {
+    channels_.ResetShape();
     VF_LOG(channels_.HostContext(), logsource::kH245, 5)
         << "H.225\tTranslating H.245 from call " << CallSide(fromOriginator) << '\n'
         << message;
@@ -69,6 +97,7 @@ int H245Session::TranslateH245(bool fromOriginator, MultimediaSystemControlMessa
         if (request.terminalCapabilitySet_isSelected()) {
             result = TranslateTerminalCapabilitySet(channels_.HostContext(),
                                                     request.ref_terminalCapabilitySet());
+            channels_.ShapeChanged(); // codecs the host vetoed leave the set
         } else if (request.openLogicalChannel_isSelected()) {
             if (observer_ != nullptr)
                 observer_->OnOpenLogicalChannel(fromOriginator);

@@ -3,6 +3,7 @@
 #ifndef VOIPFILTER_H245_SESSION_H
 #define VOIPFILTER_H245_SESSION_H
 
+#include "asn1/PERDecoder.h"
 #include "asn1/asn1.h"
 #include "h245/channels.h"
 #include "modules/multimedia_system_control.h"
@@ -38,6 +39,13 @@ public:
                       MULTIMEDIA_SYSTEM_CONTROL::MultimediaSystemControlMessage& message);
 
 private:
+    // Writes a translated message over the size octets it was decoded from (source, copied to
+    // octets first when they differ; positions noted by that decode) when the translation kept
+    // its shape. False, with octets untouched, when it cannot be done.
+    bool RewriteInPlace(const MULTIMEDIA_SYSTEM_CONTROL::MultimediaSystemControlMessage& message,
+                        bool canonical, const ASN1::LeafPositions& positions, const void* source,
+                        void* octets, unsigned int size) const;
+
     LogicalChannels& channels_;
     Observer* observer_;
 };

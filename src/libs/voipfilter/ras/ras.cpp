@@ -32,18 +32,40 @@ int RASTranslatorContext::TranslateRAS(bool fromOriginator, const unsigned char*
                                        unsigned int inLength, unsigned char* out,
                                        unsigned int* outLength, int* status) {
     H323_MESSAGES::RasMessage message;
-    const int decoded = ASN1::ASNDecode(in, inLength, message);
+    ASN1::LeafPositions positions;
+    bool canonical = false;
+    const int decoded = ASN1::ASNDecode(in, inLength, message, positions, canonical);
     if (decoded < 0)
         return decoded;
     const int result = TranslateRAS(fromOriginator, message, status);
-    if (result > 0)
-        return ASN1::ASNEncode(message, out, outLength);
-    return result;
+    if (result <= 0)
+        return result;
+    // A message whose octets are its encoding and whose translation changed only addresses and
+    // ports is its octets with those written over them.
+    if (canonical && shapeKept_ && positions.complete() && out != nullptr && outLength != nullptr &&
+        inLength <= *outLength) {
+        if (out != in)
+            std::memmove(out, in, inLength);
+        if (ASN1::OverwriteLeaves(positions, reinterpret_cast<char*>(out))) {
+            ASN1::VerifyRewrittenInPlace(message, out, inLength);
+            *outLength = inLength;
+            return 1;
+        }
+    }
+    return ASN1::ASNEncode(message, out, outLength);
+}
+
+void RASTranslatorContext::WriteTransportAddress(const sockaddr_type& address,
+                                                 H323_MESSAGES::TransportAddress& field) {
+    if (!KeepsEncodingShape(address, field))
+        shapeKept_ = false;
+    EncodeH225TransportAddress(address, field);
 }
 
 int RASTranslatorContext::TranslateRAS(bool fromOriginator, H323_MESSAGES::RasMessage& message,
                                        int* status) {
     void* const context = HostContext();
+    shapeKept_ = true;
     VF_LOG(context, logsource::kRAS, 4) << "H225 RAS input PDU = " << message;
 
     int result = 0;
@@ -78,14 +100,16 @@ int RASTranslatorContext::TranslateGatekeeperRequest(bool,
     if (!DecodeH225TransportAddress(request.ref_rasAddress(), found))
         return -1;
     if (found == first_)
-        EncodeH225TransportAddress(third_, request.ref_rasAddress());
+        WriteTransportAddress(third_, request.ref_rasAddress());
 
     // An endpoint that offers authentication lists the algorithms it supports; the first one is
     // always withdrawn from the request as it passes the firewall.
     if (request.authenticationCapability_isPresent() && request.algorithmOIDs_isPresent()) {
         auto& oids = request.ref_algorithmOIDs();
-        if (oids.size() > 0)
+        if (oids.size() > 0) {
             oids.erase(oids.begin(), oids.begin() + 1);
+            shapeKept_ = false;
+        }
     }
     // Every request with an IP RAS address is re-encoded, changed or not.
     return 1;
@@ -102,7 +126,7 @@ int RASTranslatorContext::TranslateRegistrationRequest(
         if (!DecodeH225TransportAddress(rasAddresses[i], found))
             return -1;
         if (found == first_) {
-            EncodeH225TransportAddress(third_, rasAddresses[i]);
+            WriteTransportAddress(third_, rasAddresses[i]);
             result |= 1;
         }
     }
@@ -118,7 +142,7 @@ int RASTranslatorContext::TranslateRegistrationRequest(
         void* mapping = nullptr;
         if (translate != nullptr) {
             translate(context, fromOriginator ? 1 : 0, &found, &translated, &mapping);
-            EncodeH225TransportAddress(translated, signalAddresses[i]);
+            WriteTransportAddress(translated, signalAddresses[i]);
             result |= 1;
             VF_LOG(context, logsource::kRAS, 1)
                 << "translated RAS address " << found << " to " << translated;

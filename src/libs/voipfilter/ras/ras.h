@@ -35,6 +35,11 @@ public:
     virtual void RemoveSignallingMappings();
 
 private:
+    // Writes an address into a transport address of the message being translated, noting whether
+    // that kept the shape of the message's encoding.
+    void WriteTransportAddress(const sockaddr_type& address,
+                               H323_MESSAGES::TransportAddress& field);
+
     // Signalling port (host order, read as a signed 16-bit number) -> the host's mapping handle.
     using SignallingMappings = std::map<int16_t, void*>;
 
@@ -46,6 +51,9 @@ private:
     sockaddr_type third_;
     [[maybe_unused]] sockaddr_type fourth_;
     SignallingMappings signallingMappings_;
+    // Whether the translation so far changed only fixed-width fields (addresses and ports), so
+    // that the message can be rewritten where it lies (see ASN1::LeafPositions).
+    bool shapeKept_ = true;
 };
 
 #endif
